@@ -1,0 +1,4 @@
+#!/usr/bin/env python3
+"""Prints the controller's serial number."""
+
+print("SN24711003")
