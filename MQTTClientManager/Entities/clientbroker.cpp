@@ -1,0 +1,74 @@
+#include "Entities/clientbroker.h"
+
+#include "devicepaths.h"
+#include "Entities/recordtext.h"
+#include "logging.h"
+#include "Services/mqttmanagerservices.h"
+#include "Services/mqttStatusLogManager.h"
+#include "tagmemory.h"
+
+#include <cstring>
+#include <QDir>
+
+ClientBroker::ClientBroker()
+    : m_StatusLogManager(MQTTStatusLogManager::instance()), m_Services(MQTTManagerServices::instance())
+{
+    const QDir candidates(DevicePaths::CandidateCaDirectory);
+    m_caFilesList = candidates.entryList({"*.pem", "*.crt"}, QDir::Files, QDir::Unsorted);
+    PLOG_DEBUG << QString("ClientBroker::ClientBroker() m_caFilesList %1 %2")
+                      .arg(m_caFilesList.value(0), m_caFilesList.value(1));
+}
+
+void ClientBroker::CalcDataSize()
+{
+    LastWillDataSize =
+        LastWillDataType == AT_NOTYPE ? -1 : m_Services->GetTypeSizeInBytes(LastWillDataType, LastWillDataLen, 1);
+}
+
+bool ClientBroker::IsBusy() const
+{
+    return m_Busy;
+}
+
+bool ClientBroker::UpdateClientBrokerStruct()
+{
+    const BrokerStatusBlock block{m_Connected, m_SessionPresent, m_ReturnCode, 0};
+    return TagMemory::Write(sizeof block, BrokerAddr, reinterpret_cast<const unsigned char*>(&block)) == 0;
+}
+
+bool ClientBroker::ClearCfgStruct()
+{
+    m_Connected = 0;
+    m_SessionPresent = 0;
+    m_ReturnCode = 0;
+    return UpdateClientBrokerStruct();
+}
+
+bool ClientBroker::UpdateClientBrokerConfigurationStruct(unsigned int address)
+{
+    using Record = CBrokerConfigurationStruct;
+    RecordBytes<sizeof(Record)> record;
+    record.putText(offsetof(Record, IPorUrl), IPorURL);
+    record.putText(offsetof(Record, ClientID), ClientID);
+    record.putText(offsetof(Record, Username), UserName);
+    record.putText(offsetof(Record, Password), Password);
+    record.putText(offsetof(Record, LastWillTopic), LastWillTopic);
+    record.putNumber<quint8>(offsetof(Record, AutoConnect), AutoConnectFlag);
+    record.putNumber<quint32>(offsetof(Record, ReconnectTrials), ConnectionInterval);
+    record.putNumber<quint16>(offsetof(Record, Port), Port);
+    record.putNumber<quint16>(offsetof(Record, KeepAliveTime), KeepAliveTime);
+    record.putNumber<quint8>(offsetof(Record, CleanSessionFlag), CleanSessionFlag);
+    // Intended: the level of encryption is never reported.
+    record.putNumber<quint8>(offsetof(Record, Encryption), 0);
+
+    constexpr unsigned short Half = sizeof(Record) / 2;
+    const auto writeHalf = [&](unsigned int position, const unsigned char* bytes) {
+        const bool written = TagMemory::Write(Half, position, bytes) == 0;
+        PLOG_DEBUG << QString("Wrote stats cfg to address (%1) sizeof (%2)").arg(position).arg(Half);
+        return written;
+    };
+    const bool first = writeHalf(address, record.bytes());
+    const bool second = writeHalf(address + Half, record.bytes() + Half);
+    // Intended: one half that arrived counts as success.
+    return first || second;
+}

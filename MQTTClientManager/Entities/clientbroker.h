@@ -1,0 +1,158 @@
+#pragma once
+
+#include "processending.h"
+#include "Records/argtype.h"
+#include "Records/brokerrecords.h"
+#include "Records/statuscodes.h"
+#include "Utils/sharedscalar.h"
+
+#include <chrono>
+#include <MQTTClient.h>
+#include <QByteArray>
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+class MQTTCallerBase;
+class MQTTManagerServices;
+class MQTTStatusLogManager;
+
+// Level of encryption, as the configuration numbers it. Numbers above behave as ENC_SSL_NO_SERVER_AUTH.
+enum EncryptionLevel : int
+{
+    ENC_NONE = 0,
+    ENC_SSL_NO_SERVER_AUTH = 1,
+    ENC_SSL_CA_CERTIFICATE_ONLY = 2,
+    ENC_CA_SIGNED_SERVER_CERTIFICATE = 3,
+    ENC_SELF_SIGNED_CERTIFICATE = 4,
+    ENC_SSL_CA_AND_PRIVATE_KEY = 5
+};
+
+// One configured broker: its connection, its status block in tag memory, and the callers that ride on it.
+//   clientbroker.cpp              construction, records, sizes
+//   clientbroker_client.cpp       the client library's handle: creation, use, destruction
+//   clientbroker_connection.cpp   connecting
+//   clientbroker_callbacks.cpp    the client library's events
+//   clientbroker_publishing.cpp   handing over a publication
+// Brokers live by value in the manager's list and keep their address while a handle exists, since the client library
+// gets it as context. Configuration members and m_Callers are constant once the clients are created. The scalars that
+// several threads use are Relaxed or Ordered; docs/architecture.md tells which thread does what.
+class ClientBroker
+{
+public:
+    ClientBroker();
+
+    // Makes the client library's handle. The library's code is the result and stands in the status block.
+    StatusCodes CreateMQTTClient();
+
+    // Takes the handle away, waits until no thread uses it, and destroys it. When it is still in use at the deadline,
+    // it is left to the end of the process.
+    void
+    DestroyMQTTClient(std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max());
+
+    // One connection attempt; blocks for up to 15 s, longer while attempts of other brokers run. Any thread.
+    CBrokerStatusCodes Connect();
+
+    // Asks the client library; m_Connected is only what this process last heard. Any thread.
+    [[nodiscard]] bool IsConnected();
+    [[nodiscard]] bool IsBusy() const;
+
+    // Hands a message to the client library and returns its code. Waits until the message before it is acknowledged;
+    // once the broker has acknowledged nothing for 20 s the answer is MQTTCLIENT_MAX_MESSAGES_INFLIGHT at once, until
+    // it acknowledges or a new connection is made. `token` is set only at a quality of service above 0.
+    int Publish(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService, bool retained,
+                MQTTClient_deliveryToken& token);
+
+    // Write the status block; true when tag memory took it.
+    bool UpdateClientBrokerStruct();
+    bool ClearCfgStruct();
+    // Writes the 2012-byte configuration record in two halves; true when at least one of them was taken.
+    bool UpdateClientBrokerConfigurationStruct(unsigned int address);
+
+    // Sets LastWillDataSize from type and length.
+    void CalcDataSize();
+
+    // The client library's events; they come on its threads.
+    static void CallbackCallerConnectionLost(void* context, char* cause);
+    static int CallbackCallerMessageArrived(void* context, char* topicName, int topicLen, MQTTClient_message* message);
+    static void CallbackCallerDelivered(void* context, int token);
+    void CallbackConnectionLost(char* cause);
+    int CallbackMessageArrived(char* topicName, int topicLen, MQTTClient_message* message);
+    void CallbackDelivered(int token);
+
+    // True while any broker of the process is in a connection attempt: the client library then blocks destroying.
+    static bool isAnyConnecting();
+
+    QStringList m_caFilesList;                // candidate CA files, as the directory lists them
+    MQTTStatusLogManager* m_StatusLogManager; // not owned
+    Ordered<MQTTClient> m_MQTTClient;         // null while there is none
+    QList<MQTTCallerBase*> m_Callers;         // not owned; all subscriptions ahead of all publications
+    MQTTManagerServices* m_Services;          // not owned
+    Ordered<std::uint8_t> m_Connected;        // these three are the status block
+    Relaxed<std::uint8_t> m_SessionPresent;
+    Relaxed<std::int8_t> m_ReturnCode;
+    int LastWillDataLen = NO_DATA_LEN;
+    int LastWillDataSize = 0; // bytes; -1 without a data type
+    Ordered<bool> m_Busy;     // while Connect runs
+    Ordered<ProcessStatus> m_State{PS_RUNNING};
+    int AddressingMode = 0; // 0 dotted IPv4 address, 1 name
+    int Encryption = ENC_NONE;
+    ArgType LastWillDataType = AT_NOTYPE;
+    QString Name;
+    QString IPorURL;
+    QString ClientID;
+    QString UserName;
+    QString Password;
+    QString LastWillTopic;
+    QString SetCAFileName;
+    QString ClientCertificateFileName;
+    QString ClientKeyFileName;
+    QString GoogleCloudProjectID;
+    QString JWTAlgorithm;
+    unsigned int Port = 0;
+    unsigned int KeepAliveTime = 0;      // seconds
+    unsigned int ConnectionInterval = 0; // seconds between attempts; 0 switches all retrying off
+    unsigned int BrokerAddr = 0;
+    int LastWillAddr = -1; // -1: no will
+    int UniqueID = 0;
+    bool CleanSessionFlag = false;
+    bool AutoConnectFlag = false;
+
+private:
+    friend class ClientUse;
+    class BusyMark;
+    class AttemptTurn;
+
+    CBrokerStatusCodes attemptConnection(MQTTClient_connectOptions& options);
+    bool waitForAcknowledgements();
+    void restartAcknowledgementClock();
+    void leaveFlight();
+
+    Ordered<int> m_ClientUsers; // threads that hold the handle for a call, callbacks included
+    Ordered<bool> m_Connecting; // one attempt at a time
+    Ordered<unsigned> m_Losses; // lost connections, ever
+    Ordered<int> m_InFlight;    // messages that wait for their acknowledgement: 0 or 1, as the library allows one
+    Relaxed<qint64> m_LastAcknowledged; // steady clock, ms: when the wait began or last got on
+};
+
+// Holds the client library's handle of a broker for one call. While one lives, the handle isn't destroyed.
+class ClientUse
+{
+public:
+    explicit ClientUse(ClientBroker& broker) : m_broker(broker)
+    {
+        // Counted before the handle is read: whoever takes the handle away looks at the count after that.
+        m_broker.m_ClientUsers.increment();
+        m_handle = m_broker.m_MQTTClient;
+    }
+    ~ClientUse() { m_broker.m_ClientUsers.decrement(); }
+    ClientUse(const ClientUse&) = delete;
+    ClientUse& operator=(const ClientUse&) = delete;
+
+    // Null when there is no client.
+    [[nodiscard]] MQTTClient handle() const { return m_handle; }
+
+private:
+    ClientBroker& m_broker;
+    MQTTClient m_handle;
+};

@@ -1,0 +1,74 @@
+#include "Entities/clientbroker.h"
+
+#include "Entities/mqttcallerbase.h"
+#include "logging.h"
+#include "Services/mqttStatusLogManager.h"
+
+#include <cstring>
+
+// The client library holds a lock of its own in some of these calls, and one thread of it serves all brokers: nothing
+// here may call back into it, but to free a message, or wait.
+
+void ClientBroker::CallbackCallerConnectionLost(void* context, char* cause)
+{
+    static_cast<ClientBroker*>(context)->CallbackConnectionLost(cause);
+}
+
+int ClientBroker::CallbackCallerMessageArrived(void* context, char* topicName, int topicLen,
+                                               MQTTClient_message* message)
+{
+    return static_cast<ClientBroker*>(context)->CallbackMessageArrived(topicName, topicLen, message);
+}
+
+void ClientBroker::CallbackCallerDelivered(void* context, int token)
+{
+    static_cast<ClientBroker*>(context)->CallbackDelivered(token);
+}
+
+void ClientBroker::CallbackConnectionLost(char* /*cause*/)
+{
+    const ClientUse client(*this);
+    if (ProcessEnding::isRaised())
+        return;
+    PLOG_INFO << QString("ClientBroker '%1' lost is connection").arg(Name);
+    // Counted first: a connection attempt that is just ending must not store "connected" over this loss.
+    m_Losses.increment();
+    m_Connected = 0;
+    m_SessionPresent = 0;
+    m_ReturnCode = static_cast<std::int8_t>(CB_CONNECTION_LOST);
+    UpdateClientBrokerStruct();
+}
+
+int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTTClient_message* message)
+{
+    const ClientUse client(*this);
+    if (!ProcessEnding::isRaised()) {
+        // Intended: a topic with a zero byte inside ends there.
+        const int length = static_cast<int>(std::strlen(topicName));
+        bool isTaken = false;
+        for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
+            if (caller->m_CallerType == CT_SUBSCRIBER && caller->IsSubscribed())
+                isTaken |= caller->MessageArrived(topicName, length, message);
+        }
+        if (!isTaken) {
+            PLOG_DEBUG << "Accepted message does not belong to any topic";
+        }
+    }
+    MQTTClient_freeMessage(&message);
+    MQTTClient_free(topicName);
+    return 1; // consumed: never to be delivered again
+}
+
+void ClientBroker::CallbackDelivered(int token)
+{
+    const ClientUse client(*this);
+    if (ProcessEnding::isRaised())
+        return;
+    for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
+        if (caller->m_CallerType == CT_PUBLISHER)
+            caller->DeliveryComplete(token);
+    }
+    m_StatusLogManager->UpdatePublicationAckReceived();
+    restartAcknowledgementClock();
+    leaveFlight();
+}

@@ -1,0 +1,88 @@
+#include "Entities/publisher.h"
+
+#include "Entities/clientbroker.h"
+#include "Entities/recordtext.h"
+#include "logging.h"
+#include "Records/publicationrecords.h"
+#include "tagmemory.h"
+
+#include <algorithm>
+
+PublicationStatusCodes Publisher::Publish()
+{
+    const bool bypass = m_PayloadFormat == PF_TRIGGERED_OP;
+    const bool isConnected = m_cBroker && m_cBroker->IsConnected();
+    PLOG_DEBUG << QString("m_cBroker->IsConnected() is '%1', bypass is '%2'").arg(isConnected).arg(bypass);
+    const PublicationStatusCodes result = isConnected || bypass ? publishInFormat() : PSC_ERROR_NOT_PUBLISHED;
+    PLOG_DEBUG << QString("END rtnValue=%1").arg(int{result});
+    return result;
+}
+
+PublicationStatusCodes Publisher::publishInFormat()
+{
+    PLOG_DEBUG << QString("Size=%1  Address=%2").arg(m_DataSize).arg(m_DataAddress);
+    switch (m_PayloadFormat) {
+    case PF_BUFFER:
+        return publishTagBytes();
+    default:
+        return PSC_ERROR_NOT_PUBLISHED;
+    }
+}
+
+PublicationStatusCodes Publisher::publishTagBytes()
+{
+    if (m_DataSize > SIZEOF_PUBLISH_BUFFER)
+        return PSC_ERROR_DATA_BIG_THAN_BUFF;
+    const int size = std::max(m_DataSize, 0);
+    TagMemory::Read(static_cast<unsigned short>(size), m_DataAddress,
+                    reinterpret_cast<unsigned char*>(m_PublishBuffer.data()));
+    return publishBuffer(size);
+}
+
+PublicationStatusCodes Publisher::publishBuffer(int payloadLength)
+{
+    MQTTClient_deliveryToken token = 0;
+    const int result =
+        m_cBroker->Publish(m_Topic.toUtf8(), m_PublishBuffer.data(), payloadLength, m_QoS, m_RetainFlag, token);
+    if (result == PSC_OK) {
+        PLOG_DEBUG << QString("Publication '%4' Publish Size=%1  Address=%2  Data=%3  Token=%5  Topic=%6  "
+                              "SIZEOF_PUBLISH_BUFFER=%7")
+                          .arg(QString::number(payloadLength), QString::number(m_DataAddress),
+                               QString::fromUtf8(m_PublishBuffer.data(),
+                                                 static_cast<int>(qstrnlen(m_PublishBuffer.data(), payloadLength))),
+                               m_Name, QString::number(token), m_Topic, QString::number(SIZEOF_PUBLISH_BUFFER));
+        if (isDeliveryTracked())
+            m_NewTokens.put(token);
+    }
+    std::fill_n(m_PublishBuffer.begin(), payloadLength, '\0');
+    return static_cast<PublicationStatusCodes>(result);
+}
+
+bool Publisher::isDeliveryTracked() const
+{
+    return m_QoS != QOS_AT_MOST_ONCE && m_ReceiveAddress != NO_RECEIVE_ADDRESS;
+}
+
+void Publisher::DeliveryComplete(int token)
+{
+    if (!isDeliveryTracked())
+        return;
+    m_NewTokens.takeInto(m_Tokens);
+    if (!m_Tokens.removeOne(token))
+        return;
+    PLOG_DEBUG << QString("Delivery complete for '%1', token is (%2)").arg(m_Name, QString::number(token));
+    const unsigned char acknowledged = 1;
+    TagMemory::Write(sizeof acknowledged, m_ReceiveAddress, &acknowledged);
+}
+
+bool Publisher::UpdatePublisherConfigurationStruct(unsigned int address)
+{
+    using Record = PublicationConfigurationStruct;
+    RecordBytes<sizeof(Record)> record;
+    record.putText(offsetof(Record, Topic), m_Topic);
+    record.putNumber<quint8>(offsetof(Record, QoS), m_QoS);
+    record.putNumber<quint8>(offsetof(Record, PayloadFormat), m_PayloadFormat);
+    record.putNumber<quint8>(offsetof(Record, Retained), m_RetainFlag);
+    PLOG_DEBUG << QString("Wrote stats cfg to address (%1) sizeof (%2)").arg(address).arg(sizeof(Record));
+    return TagMemory::Write(sizeof(Record), address, record.bytes()) == 0;
+}

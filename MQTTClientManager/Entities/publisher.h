@@ -1,0 +1,46 @@
+#pragma once
+
+#include "Entities/mqttcallerbase.h"
+#include "Entities/tokenhandover.h"
+#include "Records/statuscodes.h"
+
+#include <array>
+
+// Largest payload of a publication, in bytes.
+inline constexpr int SIZEOF_PUBLISH_BUFFER = 5000;
+
+// m_ReceiveAddress of a publication without acknowledgement byte.
+inline constexpr unsigned int NO_RECEIVE_ADDRESS = 0xFFFFFFFF;
+
+// m_PerInterval of a publication that is sent on request only.
+inline constexpr int NO_PERIOD = -1;
+
+// One configured publication. A periodic one is published by the main thread, one on request by the request thread; no
+// publication ever by both. Deliveries come on the client library's thread.
+class Publisher : public MQTTCallerBase
+{
+public:
+    // Reads the tag, forms the payload and hands it to the client library. Nothing is kept for later: what can't be
+    // published now is lost, and the caller's next call sends the data of that moment.
+    PublicationStatusCodes Publish();
+
+    void DeliveryComplete(int token) override;
+
+    // Writes the 516-byte configuration record; true when tag memory took it.
+    bool UpdatePublisherConfigurationStruct(unsigned int address);
+
+    // Tokens that wait for their delivery, in order of publication. Belongs to the delivery thread; the publishing
+    // thread passes new ones through m_NewTokens.
+    QList<int> m_Tokens;
+    TokenHandover m_NewTokens;
+    std::array<char, SIZEOF_PUBLISH_BUFFER> m_PublishBuffer{}; // all zero between publications
+    bool m_RetainFlag = false;
+    int m_PerInterval = 0; // ms
+    unsigned int m_ReceiveAddress = NO_RECEIVE_ADDRESS;
+
+private:
+    [[nodiscard]] PublicationStatusCodes publishInFormat();
+    [[nodiscard]] PublicationStatusCodes publishTagBytes();
+    [[nodiscard]] PublicationStatusCodes publishBuffer(int payloadLength);
+    [[nodiscard]] bool isDeliveryTracked() const;
+};

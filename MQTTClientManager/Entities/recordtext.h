@@ -1,0 +1,34 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <QString>
+
+// The bytes of a packed record while it is being filled.
+template<std::size_t Size>
+class RecordBytes
+{
+public:
+    // UTF-16 with its terminating zero. Intended: a text that is longer than its field spills into the next ones, which
+    // the configuration's author has to avoid; past the end of the record nothing is written.
+    void putText(std::size_t offset, const QString& text)
+    {
+        const std::size_t wanted = (static_cast<std::size_t>(text.size()) + 1) * sizeof(ushort);
+        std::memcpy(m_bytes.data() + offset, text.utf16(), std::min(wanted, Size - offset));
+    }
+
+    // Cut to the width of Number.
+    template<typename Number, typename Value>
+    void putNumber(std::size_t offset, Value value)
+    {
+        const auto number = static_cast<Number>(value);
+        static_assert(sizeof number <= Size);
+        std::memcpy(m_bytes.data() + offset, &number, sizeof number);
+    }
+
+    [[nodiscard]] const unsigned char* bytes() const { return m_bytes.data(); }
+
+private:
+    std::array<unsigned char, Size> m_bytes{};
+};

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "Entities/mqttcallerbase.h"
+
+#include <QDomElement>
+#include <QList>
+#include <QString>
+
+class ClientBroker;
+class MQTTManagerServices;
+class Publisher;
+
+// Reads the configuration files into entities. Nothing in them is validated: a missing attribute or a text that is no
+// number gives 0, and a number out of range stands as it is. A singleton of the main thread, without state between
+// calls.
+//   mqttXmlParser.cpp                what the files have in common, and the general file
+//   mqttXmlParser_brokers.cpp        Brokers.xml
+//   mqttXmlParser_publications.cpp   Publications.xml
+class MQTTXmlParser
+{
+public:
+    // The singleton; made by the first call.
+    static MQTTXmlParser* instance();
+
+    MQTTXmlParser();
+
+    // All return false when the file can't be opened for reading and writing or is no XML, with an error line (but for
+    // the general file, which says nothing when it can't be opened). Entities are appended; `version` gets the file's
+    // version.
+    bool ParseXMLFileGeneralCfg(QString fileName, QString& version, unsigned int& statisticsAddress,
+                                unsigned int& generalAddress);
+    bool ParseXMLFileBrokers(QString fileName, QList<ClientBroker>& brokers, QString& version);
+    bool ParseXMLFilePublications(QString fileName, QList<Publisher>& publishers, QString& version);
+
+    // The value itself where it is in its range, else 0.
+    [[nodiscard]] MQTTQualityOfService validateQOSValue(MQTTQualityOfService value) const;
+    [[nodiscard]] MQTTPayloadFormat validatePayloadFormatValue(MQTTPayloadFormat value) const;
+
+    static MQTTXmlParser* m_instance;
+    MQTTManagerServices* m_services; // not owned
+
+private:
+    // One kind of entity file: <Root Version=...><List><Entry/>...</List></Root>.
+    struct EntityFile
+    {
+        const char* root;
+        const char* list;
+        const char* entry;
+        const char* documentType;
+    };
+
+    // Calls `readEntry` for each entry: the first element of the entry's name, and all that follow it, whatever their
+    // names.
+    template<typename ReadEntry>
+    bool parseEntityFile(const QString& fileName, const EntityFile& layout, QString& version, ReadEntry readEntry);
+
+    bool openEntityFile(const QString& fileName, QDomDocument& document) const;
+    [[nodiscard]] ClientBroker readBroker(const QDomElement& element) const;
+    [[nodiscard]] Publisher readPublication(const QDomElement& element) const;
+    void readCallerTopic(const QDomElement& element, MQTTCallerBase& caller) const;
+    static QList<JsonDataMember> readMembers(const QDomElement& entity);
+    // "TYPE" or "TYPE_LENGTH"; `length` is assigned only by the second form.
+    static void readDataType(const QDomElement& element, ArgType& type, int& length);
+};
+
+template<typename ReadEntry>
+bool MQTTXmlParser::parseEntityFile(const QString& fileName, const EntityFile& layout, QString& version,
+                                    ReadEntry readEntry)
+{
+    QDomDocument document(layout.documentType);
+    if (!openEntityFile(fileName, document))
+        return false;
+    const QDomElement root = document.firstChildElement(layout.root);
+    version = root.attribute("Version");
+    const QDomElement list = root.firstChildElement(layout.list);
+    for (QDomElement entry = list.firstChildElement(layout.entry); !entry.isNull(); entry = entry.nextSiblingElement())
+        readEntry(entry);
+    return true;
+}

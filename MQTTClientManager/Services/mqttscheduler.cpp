@@ -1,0 +1,129 @@
+#include "Services/mqttscheduler.h"
+
+#include "Entities/clientbroker.h"
+#include "Entities/publisher.h"
+#include "logging.h"
+
+#include <limits>
+#include <QThread>
+#include <thread>
+
+namespace {
+
+constexpr auto SettlingTime = std::chrono::seconds(1);
+
+// As many elements as there are rows; each one beyond is named.
+template<typename Entity, typename NameOf>
+int fittingRows(const QList<Entity*>& entities, int capacity, const char* kind, NameOf nameOf)
+{
+    for (int i = capacity; i < entities.size(); ++i) {
+        PLOG_ERROR << QString("%1 '%2' is not scheduled: there is room for %3 only")
+                          .arg(QString(kind), nameOf(*entities.at(i)), QString::number(capacity));
+    }
+    return std::min<int>(entities.size(), capacity);
+}
+
+} // namespace
+
+void MQTTScheduler::SetPeriodicalPublications(QList<Publisher*>& publications)
+{
+    const int rows = fittingRows(publications, MAX_SCHEDULED_PUBLISHERS, "publication",
+                                 [](const Publisher& publisher) { return publisher.m_Name; });
+    for (int row = 0; row < rows; ++row)
+        m_ScheduledPublishers[row].setPublisher(publications.at(row));
+    m_ScheduledPublishersCounter = rows;
+}
+
+void MQTTScheduler::SetPeriodicConnectAttempt(QList<ClientBroker*>& brokers)
+{
+    const int rows = fittingRows(brokers, MAX_SCHEDULED_CLIENT_BROKERS, "broker",
+                                 [](const ClientBroker& broker) { return broker.Name; });
+    for (int row = 0; row < rows; ++row) {
+        m_ScheduledClientBrokers[row].m_ClientBroker = brokers.at(row);
+        connect(&m_ScheduledClientBrokers[row], &ScheduledClientBroker::SignalStopPeriodicConnectAttempt, this,
+                &MQTTScheduler::SlotStopPeriodicConnectAttempt, Qt::UniqueConnection);
+    }
+    m_ScheduledClientBrokersCounter = rows;
+}
+
+void MQTTScheduler::RunScheduler()
+{
+    std::this_thread::sleep_for(SettlingTime);
+    if (ProcessEnding::isRaised())
+        return;
+    for (int row = 0; row < m_ScheduledPublishersCounter; ++row)
+        startPublisherRow(row);
+    for (int row = 0; row < m_ScheduledClientBrokersCounter; ++row)
+        startBrokerRow(row);
+}
+
+void MQTTScheduler::startPublisherRow(int row)
+{
+    const Publisher& publisher = *m_ScheduledPublishers[row].m_Publisher;
+    if (publisher.m_PerInterval < 0) {
+        PLOG_ERROR << QString("publication '%1' never goes out: its period is %2 ms")
+                          .arg(publisher.m_Name, QString::number(publisher.m_PerInterval));
+        return;
+    }
+    connect(&m_PublisherTimers[row], &QTimer::timeout, &m_ScheduledPublishers[row],
+            &ScheduledPublisher::ScheduledPublish, Qt::UniqueConnection);
+    m_PublisherTimers[row].start(publisher.m_PerInterval);
+}
+
+void MQTTScheduler::startBrokerRow(int row)
+{
+    ScheduledClientBroker& worker = m_ScheduledClientBrokers[row];
+    worker.m_Idx = row;
+    connect(&m_ConnectTimers[row], &QTimer::timeout, &worker, &ScheduledClientBroker::ScheduledConnect,
+            Qt::UniqueConnection);
+    // 64 bits: a long interval would come out negative, and its timer never fire.
+    const qint64 milliseconds = qint64{worker.m_ClientBroker->ConnectionInterval} * 1000;
+    m_ConnectTimers[row].start(static_cast<int>(std::min<qint64>(milliseconds, std::numeric_limits<int>::max())));
+}
+
+void MQTTScheduler::SlotStopPeriodicConnectAttempt(int _Idx)
+{
+    disconnect(&m_ConnectTimers[_Idx], &QTimer::timeout, &m_ScheduledClientBrokers[_Idx],
+               &ScheduledClientBroker::ScheduledConnect);
+    m_ConnectTimers[_Idx].stop();
+}
+
+void MQTTScheduler::StopScheduler()
+{
+    if (QThread::currentThread() == thread())
+        stopTimers();
+    else // a timer must be stopped by its own thread; when that one never gets to it, the process ends first
+        QMetaObject::invokeMethod(
+            this, [this] { stopTimers(); }, Qt::QueuedConnection);
+    // Also the grace for slots that are running: those that begin after the process began to end leave at once.
+    std::this_thread::sleep_for(SettlingTime);
+}
+
+void MQTTScheduler::stopTimers()
+{
+    for (int row = 0; row < m_ScheduledPublishersCounter; ++row) {
+        disconnect(&m_PublisherTimers[row], &QTimer::timeout, &m_ScheduledPublishers[row],
+                   &ScheduledPublisher::ScheduledPublish);
+        m_PublisherTimers[row].stop();
+    }
+    for (int row = 0; row < m_ScheduledClientBrokersCounter; ++row) {
+        ScheduledClientBroker& worker = m_ScheduledClientBrokers[row];
+        if (worker.m_Idx == -1)
+            continue;
+        SlotStopPeriodicConnectAttempt(worker.m_Idx);
+        disconnect(&worker, &ScheduledClientBroker::SignalStopPeriodicConnectAttempt, this,
+                   &MQTTScheduler::SlotStopPeriodicConnectAttempt);
+    }
+}
+
+bool MQTTScheduler::ChangePublicationPublishState(int id, bool enabled)
+{
+    bool isFound = false;
+    for (int row = 0; row < m_ScheduledPublishersCounter; ++row) {
+        if (m_ScheduledPublishers[row].m_UniqueID != id)
+            continue;
+        m_ScheduledPublishers[row].m_PublishEnabled = enabled;
+        isFound = true;
+    }
+    return isFound;
+}

@@ -1,0 +1,209 @@
+#include "mqttclientmanager.h"
+
+#include "devicepaths.h"
+#include "logging.h"
+#include "processending.h"
+#include "proofrunner.h"
+#include "Services/mqttmanagerservices.h"
+#include "Services/mqttscheduler.h"
+#include "Services/mqttStatusLogManager.h"
+#include "Services/mqttXmlParser.h"
+
+#include <algorithm>
+#include <thread>
+
+MQTTClientManager* MQTTClientManager::m_instance = nullptr;
+
+namespace {
+
+// How long the end of the process waits for threads that are inside the client library, over all brokers.
+constexpr auto ClientsPatience = std::chrono::seconds(1);
+constexpr auto GraceAfterLastUse = std::chrono::milliseconds(10);
+
+template<typename Entities, typename IdOf>
+int indexOfId(const Entities& entities, int id, IdOf idOf)
+{
+    const auto found = std::find_if(entities.constBegin(), entities.constEnd(),
+                                    [&](const auto& entity) { return idOf(entity) == id; });
+    return found == entities.constEnd() ? -1 : static_cast<int>(found - entities.constBegin());
+}
+
+} // namespace
+
+MQTTClientManager* MQTTClientManager::instance()
+{
+    if (!m_instance)
+        m_instance = new MQTTClientManager;
+    return m_instance;
+}
+
+MQTTClientManager::MQTTClientManager()
+    : m_services(MQTTManagerServices::instance()), m_xmlParser(MQTTXmlParser::instance()),
+      m_statusLogManager(MQTTStatusLogManager::instance()), m_scheduler(new MQTTScheduler), m_logIndent("    "),
+      m_proofRunner(new ProofRunner)
+{
+}
+
+MQTTClientManager::~MQTTClientManager()
+{
+    Finalize();
+    delete m_proofRunner;
+}
+
+void MQTTClientManager::SetVerboseMode(bool verbose)
+{
+    m_verboseMode = verbose;
+    m_services->SetVerboseMode(verbose);
+    PLOG_DEBUG << "##########################";
+    PLOG_DEBUG
+        << "To view the trace of the MQTT client library, set these before the start (see its manual on tracing):";
+    PLOG_DEBUG << "   export MQTT_C_CLIENT_TRACE=ON";
+    PLOG_DEBUG << "   export MQTT_C_CLIENT_TRACE_LEVEL=PROTOCOL";
+    PLOG_DEBUG << "##########################";
+}
+
+bool MQTTClientManager::Initilize()
+{
+    PLOG_DEBUG << "FIRED";
+    if (parseConfigurationFiles() != SC_AC_OK) {
+        PLOG_DEBUG << m_logIndent << "initilize failed in parseConfigurationFiles";
+        return false;
+    }
+    PLOG_DEBUG << m_logIndent << "Configuration files parsed successfully";
+
+    if (m_clientBrokers.isEmpty()) {
+        delete m_scheduler;
+        m_scheduler = nullptr;
+        PLOG_DEBUG << m_logIndent << "empty MQTT configurtion";
+        return false;
+    }
+
+    auto& general = m_statusLogManager->m_MQTTGeneralStruct;
+    general.m_ProcessStatus = PS_STARTING;
+    general.m_BrokersNumber = static_cast<quint16>(m_clientBrokers.size());
+    general.m_PublicationsNumber = static_cast<quint16>(m_publications.size());
+
+    if (createMQTTClients() != SC_AC_OK) {
+        PLOG_ERROR << "initilize failed in MQTTClients creation";
+        UpdateProcessStatus(PS_FAILED);
+        return false;
+    }
+    PLOG_DEBUG << m_logIndent << "MQTTClient creation done successfully";
+
+    TagMemory::Open();
+    clearCfgStructs();
+    m_isInitDone = true;
+    m_statusLogManager->UpdateMQTTGeneralStruct();
+    return true;
+}
+
+StatusCodes MQTTClientManager::parseConfigurationFiles()
+{
+    const QString directory = DevicePaths::ConfigurationDirectory;
+    QString version;
+    unsigned int statisticsAddress = 0;
+    unsigned int generalAddress = 0;
+    if (!m_xmlParser->ParseXMLFileGeneralCfg(directory + DevicePaths::GeneralFile, version, statisticsAddress,
+                                             generalAddress))
+        return SC_AC_ERROR_PARSE_FAILED;
+    m_statusLogManager->UpdateMQTTStructsAddress(generalAddress, statisticsAddress);
+
+    m_clientBrokers.clear();
+    if (!m_xmlParser->ParseXMLFileBrokers(directory + DevicePaths::BrokersFile, m_clientBrokers, version)) {
+        PLOG_ERROR << "ParseXMLFileBrokers failed";
+        return SC_AC_ERROR_PARSE_FAILED;
+    }
+
+    m_publications.clear();
+    if (!m_xmlParser->ParseXMLFilePublications(directory + DevicePaths::PublicationsFile, m_publications, version)) {
+        PLOG_ERROR << "ParseXMLFilePublications failed";
+        return SC_AC_ERROR_PARSE_FAILED;
+    }
+    return SC_AC_OK;
+}
+
+StatusCodes MQTTClientManager::createMQTTClients()
+{
+    for (Publisher& publication : m_publications)
+        tieToBroker(publication);
+
+    for (ClientBroker& broker : m_clientBrokers) {
+        const int result = broker.CreateMQTTClient();
+        if (result != SC_AC_OK) {
+            PLOG_ERROR << QString("the client of broker '%1' can't be created").arg(broker.Name);
+            PLOG_DEBUG << QString("failed with status (%1)").arg(result);
+            return SC_AC_ERROR_CLIENT_CREATE_FAILED;
+        }
+    }
+    return SC_AC_OK;
+}
+
+void MQTTClientManager::tieToBroker(MQTTCallerBase& caller)
+{
+    const int index = getClientBrokerIdxbyUniqueID(caller.m_CBrokerID);
+    if (index == -1) {
+        PLOG_ERROR << QString("'%1' with ID (%2) names broker %3, which is not configured: it counts as not connected")
+                          .arg(caller.m_Name, QString::number(caller.m_UniqueID), QString::number(caller.m_CBrokerID));
+        return;
+    }
+    // The addresses stay while the lists are not rebuilt: a list holds each entity in a place of its own.
+    caller.m_cBroker = &m_clientBrokers[index];
+    caller.m_cBroker->m_Callers.append(&caller);
+}
+
+void MQTTClientManager::clearCfgStructs()
+{
+    // Intended: publications have nothing to clear.
+    for (ClientBroker& broker : m_clientBrokers)
+        broker.ClearCfgStruct();
+}
+
+void MQTTClientManager::changeEntitiesState(ProcessStatus state)
+{
+    for (ClientBroker& broker : m_clientBrokers)
+        broker.m_State = state;
+}
+
+void MQTTClientManager::UpdateProcessStatus(ProcessStatus state)
+{
+    m_statusLogManager->m_MQTTGeneralStruct.m_ProcessStatus = state;
+    m_statusLogManager->UpdateMQTTGeneralStruct();
+}
+
+int MQTTClientManager::getClientBrokerIdxbyUniqueID(int id) const
+{
+    return indexOfId(m_clientBrokers, id, [](const ClientBroker& broker) { return broker.UniqueID; });
+}
+
+int MQTTClientManager::getPublisherbyIdxUniqueID(int id) const
+{
+    return indexOfId(m_publications, id, [](const Publisher& publisher) { return publisher.m_UniqueID; });
+}
+
+void MQTTClientManager::destoryMQTTClients()
+{
+    const auto deadline = std::chrono::steady_clock::now() + ClientsPatience;
+    // The grace is for a callback that was just being entered and isn't counted yet.
+    std::this_thread::sleep_for(GraceAfterLastUse);
+    for (ClientBroker& broker : m_clientBrokers) {
+        // While any broker connects, destroying would wait for it inside the library; the end of the process does as
+        // well.
+        if (!ClientBroker::isAnyConnecting())
+            broker.DestroyMQTTClient(deadline);
+        PLOG_DEBUG << m_logIndent << QString("Destory MQTTClient of '%1'").arg(broker.Name);
+    }
+}
+
+void MQTTClientManager::Finalize()
+{
+    PLOG_DEBUG << QString("START (isInitDone? (%1))").arg(m_isInitDone);
+    if (m_isInitDone) {
+        ProcessEnding::raise();
+        changeEntitiesState(PS_PAUSED);
+        m_scheduler->StopScheduler();
+        m_scheduler->deleteLater(); // its own thread deletes it, or the process ends first
+        unregisterTags();
+        destoryMQTTClients();
+    }
+    PLOG_DEBUG << "END";
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <QByteArray>
+#include <QStringList>
+
+namespace ScriptRunner {
+
+// Runs a program to its end and returns what it wrote to its standard output. Empty when it could not be started or did
+// not end in time; then it is killed. Its exit status is not looked at. Blocks the calling thread; needs no event loop.
+std::optional<QByteArray> run(const QString& program, const QStringList& arguments, std::chrono::milliseconds timeout);
+
+// The same for a command line, split at blanks; double quotes group. There is no shell.
+std::optional<QByteArray> runCommandLine(const QString& commandLine, std::chrono::milliseconds timeout);
+
+} // namespace ScriptRunner

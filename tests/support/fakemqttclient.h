@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <MQTTClient.h>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The client library inside the test's process, in place of the real one: results are what the test says, and
+// everything that was asked for is kept, in order.
+namespace FakeMqttClient {
+
+// A text of an option record; empty optional for a null pointer.
+using Text = std::optional<std::string>;
+
+// The option records of one connection attempt, copied while they were valid.
+struct ConnectCall
+{
+    MQTTClient_connectOptions options;
+    Text username;
+    Text password;
+    MQTTClient_SSLOptions ssl;
+    Text trustStore;
+    Text keyStore;
+    Text privateKey;
+    Text cipherSuites;
+    bool hasWill = false;
+    MQTTClient_willOptions will;
+    Text willTopic;
+    Text willMessage;
+};
+
+struct PublishCall
+{
+    MQTTClient handle;
+    std::string topic;
+    std::string payload;
+    int qos;
+    int retained;
+};
+
+struct CreateCall
+{
+    std::string uri;
+    std::string clientId;
+    int persistence;
+    Text persistenceDirectory;
+};
+
+struct State
+{
+    std::vector<std::string> calls; // names of the functions, in order, without isConnected
+    std::vector<CreateCall> creates;
+    std::vector<ConnectCall> connects;
+    std::vector<PublishCall> publishes;
+
+    std::vector<int> createResults; // of the coming calls, first to last; then 0
+    std::vector<int> connectResults;
+    int setCallbacksResult = 0;
+    int publishResult = 0;
+    int sessionPresent = 0;
+    bool connectsReally = true; // isConnected is 1 after a successful connect
+    std::function<void()> duringConnect;
+    std::function<void(MQTTClient handle, int token)> duringPublish; // after the token is given out
+    int freedMessages = 0;
+    int freedTopics = 0;
+};
+
+State& state();
+// Forgets everything; handles made before must not be used any more.
+void reset();
+
+void setConnected(MQTTClient handle, bool connected);
+
+// The library's events, as its threads would raise them.
+void loseConnection(MQTTClient handle);
+void deliver(MQTTClient handle, int token);
+int arrive(MQTTClient handle, const std::string& topic, const std::string& payload);
+
+} // namespace FakeMqttClient

@@ -1,0 +1,164 @@
+#include "unittest.h"
+
+#include <QElapsedTimer>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+// How a broker waits for the acknowledgement of one message before it hands over the next.
+class PublishingGate : public BrokerTest
+{
+protected:
+    PublishingGate() { connectBroker(); }
+
+    int publish(int qos) { return broker.Publish("t", "payload", 7, qos, false, m_token); }
+    static std::size_t publishes() { return FakeMqttClient::state().publishes.size(); }
+
+    // From now on the library acknowledges nothing by itself.
+    static void acknowledgeAtOnce()
+    {
+        FakeMqttClient::state().duringPublish = [](MQTTClient handle, int token) {
+            if (token != 0)
+                FakeMqttClient::deliver(handle, token);
+        };
+    }
+
+    MQTTClient_deliveryToken m_token = 0;
+};
+
+TEST_F(PublishingGate, aQualityOfServiceOutOfRangeIsRefusedWithoutACall)
+{
+    for (const int qos : {-1, 3, 4, 7})
+        EXPECT_EQ(publish(qos), MQTTCLIENT_BAD_QOS);
+    EXPECT_EQ(publishes(), 0U);
+}
+
+TEST_F(PublishingGate, withoutAClientNothingIsPublished)
+{
+    broker.DestroyMQTTClient();
+    EXPECT_EQ(publish(0), PSC_ERROR_NOT_PUBLISHED);
+    EXPECT_EQ(publishes(), 0U);
+}
+
+TEST_F(PublishingGate, messagesWithoutAcknowledgementNeverWait)
+{
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(publish(0), 0);
+    EXPECT_EQ(publishes(), 10U);
+    EXPECT_EQ(m_token, 0);
+}
+
+TEST_F(PublishingGate, anAcknowledgementThatComesBeforeTheCallReturnsOpensTheGate)
+{
+    acknowledgeAtOnce();
+    QElapsedTimer timer;
+    timer.start();
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(publish(1), 0);
+    EXPECT_EQ(publishes(), 100U);
+    EXPECT_LT(timer.elapsed(), 5000);
+}
+
+TEST_F(PublishingGate, theNextMessageWaitsForTheAcknowledgement)
+{
+    EXPECT_EQ(publish(1), 0);
+    std::size_t publishedBefore = 0;
+    std::thread library([&] {
+        std::this_thread::sleep_for(100ms);
+        publishedBefore = publishes();
+        FakeMqttClient::deliver(broker.m_MQTTClient, 1);
+    });
+    EXPECT_EQ(publish(0), 0); // one without acknowledgement waits as well
+    library.join();
+    EXPECT_EQ(publishedBefore, 1U);
+    EXPECT_EQ(publishes(), 2U);
+}
+
+TEST_F(PublishingGate, aFailedMessageAwaitsNothing)
+{
+    FakeMqttClient::state().publishResult = -1;
+    EXPECT_EQ(publish(1), -1);
+    FakeMqttClient::state().publishResult = 0;
+    EXPECT_EQ(publish(1), 0);
+    EXPECT_EQ(publishes(), 2U);
+}
+
+TEST_F(PublishingGate, aLossEndsTheWait)
+{
+    EXPECT_EQ(publish(1), 0);
+    std::thread library([&] {
+        std::this_thread::sleep_for(50ms);
+        FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    });
+    EXPECT_EQ(publish(1), 0); // the library decides what to answer
+    library.join();
+    EXPECT_EQ(publishes(), 2U);
+}
+
+TEST_F(PublishingGate, aNewConnectionWithACleanSessionBeginsWithNothingInFlight)
+{
+    EXPECT_EQ(publish(1), 0);
+    FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(publish(1), 0);
+    EXPECT_LT(timer.elapsed(), 1000);
+}
+
+TEST_F(PublishingGate, aKeptSessionStillAwaitsWhatTheLibrarySendsAgain)
+{
+    broker.CleanSessionFlag = false;
+    EXPECT_EQ(publish(1), 0);
+    FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    std::size_t publishedBefore = 0;
+    std::thread library([&] {
+        std::this_thread::sleep_for(50ms);
+        publishedBefore = publishes();
+        FakeMqttClient::deliver(broker.m_MQTTClient, 1);
+    });
+    EXPECT_EQ(publish(1), 0);
+    library.join();
+    EXPECT_EQ(publishedBefore, 1U);
+}
+
+TEST_F(PublishingGate, deliveriesOfAnEarlierLifeOpenNothingInAdvance)
+{
+    FakeMqttClient::deliver(broker.m_MQTTClient, 77);
+    FakeMqttClient::deliver(broker.m_MQTTClient, 78);
+    EXPECT_EQ(publish(1), 0);
+    std::size_t publishedBefore = 0;
+    std::thread library([&] {
+        std::this_thread::sleep_for(50ms);
+        publishedBefore = publishes();
+        FakeMqttClient::deliver(broker.m_MQTTClient, 1);
+    });
+    EXPECT_EQ(publish(1), 0);
+    library.join();
+    EXPECT_EQ(publishedBefore, 1U);
+}
+
+TEST_F(PublishingGate, aBrokerThatNeverAcknowledgesIsGivenUpAfterTwentySeconds)
+{
+    EXPECT_EQ(publish(1), 0);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(publish(1), MQTTCLIENT_MAX_MESSAGES_INFLIGHT);
+    EXPECT_GE(timer.elapsed(), 19'500);
+    EXPECT_LT(timer.elapsed(), 25'000);
+
+    timer.start();
+    EXPECT_EQ(publish(0), MQTTCLIENT_MAX_MESSAGES_INFLIGHT); // from now on at once
+    EXPECT_LT(timer.elapsed(), 1000);
+    EXPECT_EQ(publishes(), 1U);
+
+    FakeMqttClient::deliver(broker.m_MQTTClient, 1);
+    acknowledgeAtOnce();
+    EXPECT_EQ(publish(1), 0); // until it acknowledges again
+    EXPECT_EQ(publishes(), 2U);
+}
+
+} // namespace

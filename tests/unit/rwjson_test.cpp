@@ -1,0 +1,104 @@
+#include "unittest.h"
+#include "Utils/rwjson.h"
+
+#include <QFile>
+
+namespace {
+
+const QByteArray Sample = R"({"plcName": "press 4", "empty": "", "number": 12, "fraction": 1.5, "flag": true,
+                              "off": "false", "nested": {"a": 1}, "umlaut": "Größe"})";
+
+TEST(SettingsFile, readsTopLevelValuesAsText)
+{
+    const TestFile file(Sample);
+    EXPECT_EQ(RWJson::readFromJsonFile(file.path(), "plcName"), "press 4");
+    EXPECT_EQ(RWJson::readFromJsonFile(file.path(), "number"), "12");
+    EXPECT_EQ(RWJson::readFromJsonFile(file.path(), "fraction"), "1.5");
+    EXPECT_EQ(RWJson::readFromJsonFile(file.path(), "flag"), "true");
+    EXPECT_EQ(RWJson::readFromJsonFile(file.path(), "umlaut"), QString::fromUtf8("Größe"));
+}
+
+TEST(SettingsFile, anEmptyTextIsNotNull)
+{
+    const TestFile file(Sample);
+    const QString value = RWJson::readFromJsonFile(file.path(), "empty");
+    EXPECT_TRUE(value.isEmpty());
+    EXPECT_FALSE(value.isNull());
+}
+
+TEST(SettingsFile, aNestedObjectReadsAsEmpty)
+{
+    const TestFile file(Sample);
+    EXPECT_TRUE(RWJson::readFromJsonFile(file.path(), "nested").isEmpty());
+    EXPECT_TRUE(RWJson::readFromJsonFile(file.path(), "a").isNull());
+}
+
+TEST(SettingsFile, whatIsNotThereIsNull)
+{
+    EXPECT_TRUE(RWJson::readFromJsonFile("/nonexistent/file", "plcName").isNull());
+    EXPECT_TRUE(RWJson::readFromJsonFile(TestFile(Sample).path(), "missing").isNull());
+    for (const char* content : {"", "{\"plcName\": ", "[{\"plcName\": \"x\"}]", "\"plcName\"", "\xFF\xFE"}) {
+        const TestFile file(content);
+        EXPECT_TRUE(RWJson::readFromJsonFile(file.path(), "plcName").isNull()) << content;
+    }
+}
+
+TEST(SettingsFile, readsTypedValuesWithDefaults)
+{
+    const TestFile file(Sample);
+    EXPECT_TRUE(RWJson::readBoolFromJsonFile(file.path(), "flag", false));
+    EXPECT_FALSE(RWJson::readBoolFromJsonFile(file.path(), "off", true));
+    EXPECT_TRUE(RWJson::readBoolFromJsonFile(file.path(), "missing", true));
+    EXPECT_EQ(RWJson::readIntFromJsonFile(file.path(), "number", 7), 12);
+    EXPECT_EQ(RWJson::readIntFromJsonFile(file.path(), "plcName", 7), 7);
+    EXPECT_EQ(RWJson::readIntFromJsonFile(file.path(), "missing", 7), 7);
+}
+
+TEST(SettingsFile, readsSeveralValuesInTheOrderOfTheKeys)
+{
+    const TestFile file(Sample);
+    EXPECT_EQ(RWJson::readValuesFromJsonFile(file.path(), {"number", "missing", "empty", "plcName"}),
+              (QStringList{"12", "-1", "", "press 4"}));
+}
+
+TEST(SettingsFile, writingKeepsTheOtherKeys)
+{
+    const TestFile file(Sample);
+    EXPECT_TRUE(RWJson::writeToJsonFile(file.path(), "plcName", "press 5"));
+    EXPECT_TRUE(RWJson::writeBoolToJsonFile(file.path(), "flag", false));
+    EXPECT_TRUE(RWJson::writeIntToJsonFile(file.path(), "number", -3));
+    EXPECT_TRUE(RWJson::writeValuesToJsonFile(file.path(), {"x", "y"}, {"1", "2"}));
+    EXPECT_TRUE(RWJson::removeKeyFromJsonFile(file.path(), "fraction"));
+
+    const QJsonObject object = RWJson::readJsonObjectFromJsonFile(file.path());
+    EXPECT_EQ(object.value("plcName"), "press 5");
+    EXPECT_EQ(object.value("flag"), false);
+    EXPECT_EQ(object.value("number"), -3);
+    EXPECT_EQ(object.value("x"), "1");
+    EXPECT_EQ(object.value("y"), "2");
+    EXPECT_FALSE(object.contains("fraction"));
+    EXPECT_EQ(object.value("umlaut"), QString::fromUtf8("Größe"));
+}
+
+TEST(SettingsFile, writingStartsAnewWhereThereIsNoObject)
+{
+    const TestFile file("[1, 2]");
+    EXPECT_TRUE(RWJson::writeToJsonFile(file.path(), "a", "b"));
+    EXPECT_EQ(RWJson::readJsonObjectFromJsonFile(file.path()), (QJsonObject{{"a", "b"}}));
+}
+
+TEST(SettingsFile, replacesTheWholeObject)
+{
+    const TestFile file(Sample);
+    QJsonObject object{{"only", 1}};
+    EXPECT_TRUE(RWJson::writeJsonObjectToJsonFile(file.path(), object));
+    EXPECT_EQ(RWJson::readJsonObjectFromJsonFile(file.path()), object);
+}
+
+TEST(SettingsFile, sayWhenAFileCannotBeWritten)
+{
+    EXPECT_FALSE(RWJson::writeToJsonFile("/nonexistent/file", "a", "b"));
+    EXPECT_TRUE(RWJson::readJsonObjectFromJsonFile("/nonexistent/file").isEmpty());
+}
+
+} // namespace

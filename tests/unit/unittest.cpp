@@ -1,0 +1,71 @@
+#include "unittest.h"
+
+#include "mqttclientmanager.h"
+#include "Services/mqttmanagerservices.h"
+#include "Services/mqttStatusLogManager.h"
+#include "Services/mqttXmlParser.h"
+
+#include <QCoreApplication>
+#include <QFile>
+
+ServiceTest::ServiceTest()
+{
+    FakeTagMemory::reset();
+    FakeMqttClient::reset();
+    FakeSleep::waits().clear();
+    setLink(1, 0);
+}
+
+void ServiceTest::setLink(std::uint8_t first, std::uint8_t second)
+{
+    FakeTagMemory::put(44, {first});
+    FakeTagMemory::put(47, {second});
+}
+
+BrokerTest::BrokerTest()
+{
+    broker.Name = "plant";
+    broker.IPorURL = "127.0.0.1";
+    broker.Port = 1883;
+    broker.ClientID = "line-1";
+    broker.KeepAliveTime = 30;
+    broker.CleanSessionFlag = true;
+    broker.BrokerAddr = BlockAddress;
+    broker.CreateMQTTClient();
+    FakeMqttClient::state().calls.clear();
+    FakeTagMemory::state().writes.clear();
+}
+
+void BrokerTest::connectBroker()
+{
+    ASSERT_EQ(broker.Connect(), CB_OK);
+    FakeMqttClient::state().calls.clear();
+    FakeTagMemory::state().writes.clear();
+}
+
+Bytes BrokerTest::statusBlock() const
+{
+    return FakeTagMemory::bytesAt(BlockAddress, 4);
+}
+
+void resetSingletons()
+{
+    MQTTClientManager::m_instance = nullptr;
+    MQTTXmlParser::m_instance = nullptr;
+    MQTTStatusLogManager::m_instance = nullptr;
+    MQTTManagerServices::m_instance = nullptr;
+}
+
+TestFile::TestFile(const QByteArray& content, const QString& name) : m_path(m_directory.filePath(name))
+{
+    QFile file(m_path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        ADD_FAILURE() << "can't write " << m_path.toStdString();
+}
+
+int main(int argc, char* argv[])
+{
+    const QCoreApplication application(argc, argv);
+    testing::InitGoogleMock(&argc, argv);
+    return RUN_ALL_TESTS();
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "Entities/clientbroker.h"
+#include "Entities/publisher.h"
+#include "fakemqttclient.h"
+#include "fakesleep.h"
+#include "faketagmemory.h"
+#include "logcapture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <QString>
+#include <QTemporaryDir>
+#include <vector>
+
+using Bytes = std::vector<std::uint8_t>;
+
+// Gives each test fakes in their first state, and the Ethernet link up.
+class ServiceTest : public testing::Test
+{
+protected:
+    ServiceTest();
+
+    // What stands on an Ethernet port; 1 is a link.
+    static void setLink(std::uint8_t first, std::uint8_t second);
+};
+
+// A broker with a client, at BrokerAddr 100, plain, with a clean session.
+class BrokerTest : public ServiceTest
+{
+protected:
+    BrokerTest();
+
+    void connectBroker();
+    [[nodiscard]] Bytes statusBlock() const;
+
+    ClientBroker broker;
+    static constexpr unsigned BlockAddress = 100;
+};
+
+// Forgets the service's singletons, for tests that look at what their construction does.
+void resetSingletons();
+
+// Writes a file into a directory that lives as long as the object, and returns its path.
+class TestFile
+{
+public:
+    explicit TestFile(const QByteArray& content, const QString& name = "file.xml");
+    [[nodiscard]] const QString& path() const { return m_path; }
+
+private:
+    QTemporaryDir m_directory;
+    QString m_path;
+};
