@@ -52,7 +52,7 @@ struct Write
 };
 
 // Entry `number` (0 is the first write ever), or nothing while it isn't written, not whole, or overwritten already:
-// it is lost for good when the header's `writes` is JournalCapacity or more ahead of it.
+// it is lost for good when the header's `writes` is more than JournalCapacity ahead of it.
 [[nodiscard]] std::optional<Write> readWrite(const Image& image, std::uint64_t number);
 
 } // namespace TagMemoryImage

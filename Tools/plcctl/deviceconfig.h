@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace plcctl {
+
+// What the tools need to know of the device's configuration files. Addresses are positions in tag memory.
+
+struct BrokerEntry
+{
+    int id = 0;
+    std::string name;
+    std::string host;
+    std::uint32_t port = 0;
+    std::uint32_t statusAddress = 0;
+    std::optional<std::uint32_t> willAddress;
+    std::uint32_t willSize = 0; // bytes
+};
+
+struct PublicationEntry
+{
+    int id = 0;
+    std::string name;
+    std::uint32_t dataAddress = 0;
+    std::uint32_t dataSize = 0;                      // bytes
+    std::optional<std::uint32_t> acknowledgeAddress; // of one byte
+};
+
+struct SubscriptionEntry
+{
+    int id = 0;
+    std::string name;
+    std::uint32_t dataAddress = 0;
+    std::uint32_t dataSize = 0; // bytes
+    std::uint32_t recordAddress = 0;
+};
+
+struct FileProblem
+{
+    std::string file; // with its directory
+    std::string text;
+};
+
+struct DeviceConfig
+{
+    std::optional<std::uint32_t> generalAddress;
+    std::optional<std::uint32_t> statisticsAddress;
+    std::vector<BrokerEntry> brokers;
+    std::vector<PublicationEntry> publications;
+    std::vector<SubscriptionEntry> subscriptions;
+    std::vector<FileProblem> problems;
+};
+
+enum class ConfigScope
+{
+    GeneralAndBrokers, // the files that tell where the status records lie
+    AllFiles
+};
+
+// Reads what can be read: a broken file gives its entries up to the break and a problem. Values are converted as the
+// service does it: a missing or bad number is 0. Nothing is ever written, and no variable in a topic is expanded.
+DeviceConfig readDeviceConfig(const std::string& directory, ConfigScope scope);
+
+} // namespace plcctl

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "deviceconfig.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace plcctl {
+
+// What the tags of a device are called, by their positions.
+class TagNames
+{
+public:
+    explicit TagNames(const DeviceConfig& config);
+
+    // The names of all that these bytes touch, separated by ", "; empty where nothing is known.
+    [[nodiscard]] std::string describe(std::uint64_t position, std::uint64_t size) const;
+
+private:
+    struct Area
+    {
+        std::uint64_t begin;
+        std::uint64_t end;
+        std::string name;
+    };
+
+    void add(std::uint64_t position, std::uint64_t size, std::string name);
+
+    std::vector<Area> m_areas;
+};
+
+} // namespace plcctl
