@@ -56,10 +56,16 @@ std::int64_t integerFrom(const TagType& type, ByteSpan element)
     std::uint64_t value = 0;
     for (unsigned byte = 0; byte < type.unitSize; ++byte)
         value |= static_cast<std::uint64_t>(element[byte]) << (8 * byte);
-    const std::uint64_t signBit = std::uint64_t{1} << (8 * type.unitSize - 1);
-    if (type.kind == TagKind::Signed && (value & signBit) != 0)
-        value -= signBit << 1; // wraps to the negative number
-    return static_cast<std::int64_t>(value);
+    if (type.kind != TagKind::Signed)
+        return static_cast<std::int64_t>(value);
+    switch (type.unitSize) {
+    case 1:
+        return static_cast<std::int8_t>(value);
+    case 2:
+        return static_cast<std::int16_t>(value);
+    default:
+        return static_cast<std::int32_t>(value);
+    }
 }
 
 std::int64_t lowestOf(const TagType& type)
