@@ -2,6 +2,7 @@
 
 #include "devicepaths.h"
 #include "logging.h"
+#include "Records/linkstates.h"
 #include "Services/mqttscheduler.h"
 #include "Utils/scriptrunner.h"
 
@@ -19,9 +20,6 @@ constexpr unsigned char RegistrationArgument = 10;
 
 // A tag of more bytes than this takes up further entries of its packet.
 constexpr int BytesPerEntry = 1000;
-
-// Link states of the two Ethernet ports.
-constexpr unsigned int LinkStateAddresses[] = {44, 47};
 
 constexpr auto ClockCheckTimeout = std::chrono::seconds(30);
 
@@ -62,7 +60,7 @@ bool MQTTClientManager::ManageTagsRegistration()
         if (broker.LastWillAddr != -1)
             collector.add(broker.LastWillDataSize, static_cast<unsigned int>(broker.LastWillAddr));
     }
-    for (const unsigned int address : LinkStateAddresses)
+    for (const unsigned int address : LinkStatePositions)
         collector.addAlways(1, address);
 
     int next = 0;

@@ -2,6 +2,7 @@
 
 #include "devicepaths.h"
 #include "logging.h"
+#include "Records/linkstates.h"
 #include "tagmemory.h"
 #include "Utils/rwjson.h"
 #include "Utils/scriptrunner.h"
@@ -20,9 +21,6 @@ constexpr auto ScriptTimeout = std::chrono::seconds(30);
 // A value that holds its own variable would be expanded for ever, and can grow without bound meanwhile.
 constexpr int MostExpansions = 64;
 constexpr qint64 LongestTopic = 65535;
-
-constexpr unsigned long FirstEthernetPort = 44;
-constexpr unsigned long SecondEthernetPort = 47;
 
 // False, and nothing replaced, when the result could be no topic any more.
 bool replaceWithinTopic(QString& text, const QString& variable, const QString& value)
@@ -109,8 +107,8 @@ bool MQTTManagerServices::expandOneVariable(QString& text)
 
 bool MQTTManagerServices::CheckEthPortLinkState() const
 {
-    const int first = linkStateOf(FirstEthernetPort);
-    const int second = linkStateOf(SecondEthernetPort);
+    const int first = linkStateOf(LinkStatePositions[0]);
+    const int second = linkStateOf(LinkStatePositions[1]);
     PLOG_DEBUG << QString("eth1PortLinkState: %1, eth2PortLinkState: %2").arg(first).arg(second);
     const bool isConnected = first == 1 || second == 1;
     PLOG_DEBUG << "isConnected: " << isConnected;

@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "output.h"
+#include "Records/linkstates.h"
 #include "tagaccess.h"
 
 #include <memory>
@@ -14,7 +15,7 @@ struct EthernetPort
     std::uint64_t position; // of the link-state byte
 };
 
-constexpr std::array Ports{EthernetPort{1, 44}, EthernetPort{2, 47}};
+constexpr std::array Ports{EthernetPort{1, LinkStatePositions[0]}, EthernetPort{2, LinkStatePositions[1]}};
 constexpr std::uint8_t LinkUp = 1;
 constexpr std::uint8_t LinkDown = 0;
 

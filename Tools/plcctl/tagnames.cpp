@@ -4,6 +4,7 @@
 
 #include "Records/brokerrecords.h"
 #include "Records/generalrecords.h"
+#include "Records/linkstates.h"
 
 namespace plcctl {
 
@@ -15,8 +16,8 @@ constexpr std::uint64_t SubscriptionRecordSize = 524;
 
 TagNames::TagNames(const DeviceConfig& config)
 {
-    add(44, 1, "link of port 1");
-    add(47, 1, "link of port 2");
+    add(LinkStatePositions[0], 1, "link of port 1");
+    add(LinkStatePositions[1], 1, "link of port 2");
     if (config.generalAddress)
         add(*config.generalAddress, sizeof(MQTTGeneralStruct), "general");
     if (config.statisticsAddress)
