@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::size_t LongestMessage = 32000;
+constexpr std::size_t LongestMessage = 32000; // characters
 
 std::string& processName()
 {
@@ -40,6 +40,26 @@ const char* baseName(const char* path)
     return slash ? slash + 1 : path;
 }
 
+bool isContinuation(char c)
+{
+    return (static_cast<unsigned char>(c) & 0xC0) == 0x80;
+}
+
+// The message, cut behind its last character that fits; a character of UTF-8 stays whole.
+std::string cutToLength(std::string message)
+{
+    if (message.size() <= LongestMessage)
+        return message;
+    std::size_t characters = 0;
+    for (std::size_t i = 0; i < message.size(); ++i) {
+        if (isContinuation(message[i]) || ++characters <= LongestMessage)
+            continue;
+        message.resize(i);
+        return message + "...";
+    }
+    return message;
+}
+
 // Every piece between two quotes is quoted, which doubles the quotes of the text.
 void putQuoted(std::ostream& row, const std::string& text)
 {
@@ -67,19 +87,13 @@ void CsvLogFormatter::setProcessName(const plog::util::nstring& name)
 plog::util::nstring CsvLogFormatter::format(const plog::Record& record)
 {
     const tm time = localTime(record);
-    std::string message = record.getMessage();
-    if (message.size() > LongestMessage) {
-        message.resize(LongestMessage);
-        message += "...";
-    }
-
     std::ostringstream row;
     putDate(row, time, '/');
     row << ';';
     putTime(row, time, record.getTime().millitm);
     row << ';' << plog::severityToString(record.getSeverity()) << ';' << record.getTid() << ';' << processName() << ';'
         << record.getFunc() << ';' << baseName(record.getFile()) << ';' << record.getLine() << ';';
-    putQuoted(row, message);
+    putQuoted(row, cutToLength(record.getMessage()));
     row << '\n';
     return row.str();
 }

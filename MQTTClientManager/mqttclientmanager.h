@@ -20,7 +20,8 @@ class ProofRunner;
 // to life. A singleton, made on the main thread and never deleted.
 //   mqttclientmanager.cpp         lifecycle: construction, Initilize, parsing, clients, Finalize
 //   mqttclientmanager_runup.cpp   tag registration and run-up of the entities
-// Everything runs on the main thread, but Finalize, which the clean-up thread calls at the end of the process.
+// Everything runs on the main thread, but Finalize: the clean-up thread calls it at the end of the process, beside a
+// main thread that may be anywhere, the run-up included.
 class MQTTClientManager : public QObject
 {
     Q_OBJECT
@@ -80,10 +81,12 @@ public:
     bool m_verboseMode = false;
     bool m_isInitDone = false;
     QVector<unsigned int> m_regIDs;
+    Ordered<bool> m_isRegistering; // while the main thread works on m_operands and m_regIDs
     QString m_logIndent;
     ProofRunner* m_proofRunner; // owned
 
 private:
     void tieToBroker(MQTTCallerBase& caller);
+    void registerTags();
     void unregisterTags();
 };

@@ -2,12 +2,14 @@
 
 #include "devicepaths.h"
 #include "logging.h"
+#include "processending.h"
 #include "Records/linkstates.h"
 #include "Services/mqttscheduler.h"
 #include "Utils/scriptrunner.h"
 
 #include <array>
 #include <QSet>
+#include <thread>
 
 namespace {
 
@@ -20,6 +22,9 @@ constexpr unsigned char RegistrationArgument = 10;
 
 // A tag of more bytes than this takes up further entries of its packet.
 constexpr int BytesPerEntry = 1000;
+
+// How long the end of the process waits for a registration that is under way.
+constexpr auto RegistrationPatience = std::chrono::seconds(1);
 
 constexpr auto ClockCheckTimeout = std::chrono::seconds(30);
 
@@ -51,6 +56,15 @@ private:
 
 bool MQTTClientManager::ManageTagsRegistration()
 {
+    // Set ahead of the first look at the process's end: unregisterTags waits for it after the end has begun.
+    m_isRegistering = true;
+    registerTags();
+    m_isRegistering = false;
+    return true;
+}
+
+void MQTTClientManager::registerTags()
+{
     PLOG_DEBUG << "FIRED";
     m_operands.clear();
     OperandCollector collector(m_operands);
@@ -67,9 +81,8 @@ bool MQTTClientManager::ManageTagsRegistration()
     do {
         next = HandleRcRegister(next);
         ++m_numOfRegistrations;
-    } while (next < m_operands.size());
+    } while (next < m_operands.size() && !ProcessEnding::hasBegun());
     PLOG_DEBUG << QString("m_numOfRegistrations:%1, END").arg(m_numOfRegistrations);
-    return true;
 }
 
 int MQTTClientManager::HandleRcRegister(int iOperand)
@@ -107,6 +120,13 @@ int MQTTClientManager::HandleRcRegister(int iOperand)
 
 void MQTTClientManager::unregisterTags()
 {
+    // The run-up may still be registering: its last packet belongs to the list as well.
+    const auto deadline = std::chrono::steady_clock::now() + RegistrationPatience;
+    while (m_isRegistering) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return; // the controller sees the process end
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     for (const unsigned int id : qAsConst(m_regIDs)) {
         TagMemory::UnRegSync(id, RegistrationArgument);
         PLOG_DEBUG << m_logIndent << "Unregister operands";
@@ -118,6 +138,8 @@ StatusCodes MQTTClientManager::ManageClientBrokers()
     PLOG_DEBUG << "FIRED";
     QList<ClientBroker*> brokersToRetry;
     for (ClientBroker& broker : m_clientBrokers) {
+        if (ProcessEnding::hasBegun())
+            break;
         if (!broker.AutoConnectFlag)
             continue;
         if (broker.Connect() != CB_OK && broker.ConnectionInterval != 0)

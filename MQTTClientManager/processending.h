@@ -2,14 +2,16 @@
 
 #include <atomic>
 
-// Raised once, by the clean-up thread, when the process begins to end. Timer slots and callbacks test it first and
-// leave, since what they work on is being torn down.
+// Told once, by the clean-up thread, when the process begins to end. Timer slots, callbacks and the steps of the run-up
+// test it first and leave, since what they work on is being torn down.
 class ProcessEnding
 {
 public:
-    static bool isRaised() { return s_raised.load(); }
-    static void raise() { s_raised.store(true); }
+    static bool hasBegun() { return s_hasBegun.load(); }
+    static void begin() { s_hasBegun.store(true); }
 
 private:
-    inline static std::atomic<bool> s_raised{false};
+    friend class ProcessEndingUndone; // of the tests, which end many times in one process
+
+    inline static std::atomic<bool> s_hasBegun{false};
 };

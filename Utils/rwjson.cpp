@@ -2,15 +2,27 @@
 
 #include <algorithm>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QTextStream>
 #include <QVariantMap>
 
 namespace {
 
+// Settings are small; more than this is something else.
+constexpr qint64 LargestFile = 16 << 20; // bytes
+
+// False also for what is no regular file: a pipe or a device might never end.
+bool openFile(QFile& file, QIODevice::OpenMode mode)
+{
+    return (!file.exists() || QFileInfo(file).isFile()) && file.open(mode);
+}
+
 // What the file holds; an empty object where it is no JSON object.
 QJsonObject parseObject(QFile& file)
 {
+    if (file.size() > LargestFile)
+        return {};
     QTextStream stream(&file);
     return QJsonDocument::fromJson(stream.readAll().toLocal8Bit()).object();
 }
@@ -18,7 +30,7 @@ QJsonObject parseObject(QFile& file)
 bool writeObject(const QString& fileName, const QJsonObject& object)
 {
     QFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly))
+    if (!openFile(file, QIODevice::WriteOnly))
         return false;
     const QByteArray text = QJsonDocument(object).toJson();
     return file.write(text) == text.size() && file.flush();
@@ -28,7 +40,7 @@ template<typename Change>
 bool changeObject(const QString& fileName, Change change)
 {
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadWrite))
+    if (!openFile(file, QIODevice::ReadWrite))
         return false;
     QJsonObject object = parseObject(file);
     file.close();
@@ -70,7 +82,7 @@ QStringList RWJson::readValuesFromJsonFile(const QString& fileName, QStringList 
 QJsonObject RWJson::readJsonObjectFromJsonFile(const QString& fileName)
 {
     QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!openFile(file, QIODevice::ReadOnly))
         return {};
     return parseObject(file);
 }

@@ -8,7 +8,8 @@
 namespace ScriptRunner {
 
 // Runs a program to its end and returns what it wrote to its standard output. Empty when it could not be started or did
-// not end in time; then it is killed. Its exit status is not looked at. Blocks the calling thread; needs no event loop.
+// not end in time; then it is killed. Output past 16 MiB is dropped. The exit status and the standard error are not
+// looked at. Blocks the calling thread; needs no event loop.
 std::optional<QByteArray> run(const QString& program, const QStringList& arguments, std::chrono::milliseconds timeout);
 
 // The same for a command line, split at blanks; double quotes group. There is no shell.

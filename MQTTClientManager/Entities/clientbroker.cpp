@@ -30,10 +30,21 @@ bool ClientBroker::IsBusy() const
     return m_Busy;
 }
 
+BrokerStatusBlock ClientBroker::statusBlock() const
+{
+    return {m_Connected, m_SessionPresent, m_ReturnCode, 0};
+}
+
 bool ClientBroker::UpdateClientBrokerStruct()
 {
-    const BrokerStatusBlock block{m_Connected, m_SessionPresent, m_ReturnCode, 0};
-    return TagMemory::Write(sizeof block, BrokerAddr, reinterpret_cast<const unsigned char*>(&block)) == 0;
+    // Again when another thread changed a part meanwhile: whoever writes last has written what stands.
+    BrokerStatusBlock block{};
+    bool isWritten = false;
+    do {
+        block = statusBlock();
+        isWritten = TagMemory::Write(sizeof block, BrokerAddr, reinterpret_cast<const unsigned char*>(&block)) == 0;
+    } while (block != statusBlock());
+    return isWritten;
 }
 
 bool ClientBroker::ClearCfgStruct()

@@ -63,7 +63,7 @@ public:
     int Publish(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService, bool retained,
                 MQTTClient_deliveryToken& token);
 
-    // Write the status block; true when tag memory took it.
+    // Write the status block as it stands; true when tag memory took it. Any thread.
     bool UpdateClientBrokerStruct();
     bool ClearCfgStruct();
     // Writes the 2012-byte configuration record in two halves; true when at least one of them was taken.
@@ -121,18 +121,37 @@ public:
 private:
     friend class ClientUse;
     class BusyMark;
-    class AttemptTurn;
 
-    CBrokerStatusCodes attemptConnection(MQTTClient_connectOptions& options);
+    // How an attempt ended, and the losses that had been counted before it.
+    struct Attempt
+    {
+        CBrokerStatusCodes result;
+        unsigned losses;
+    };
+
+    [[nodiscard]] BrokerStatusBlock statusBlock() const;
+    Attempt attemptConnection(MQTTClient_connectOptions& options);
+    CBrokerStatusCodes connectInLibrary(MQTTClient client, MQTTClient_connectOptions& options, unsigned losses);
+    void adoptMessagesInFlight(MQTTClient client);
+    int publishInLibrary(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService,
+                         bool retained, MQTTClient_deliveryToken& token);
+    [[nodiscard]] std::chrono::milliseconds messagePatience() const;
+    void offerMessage(char* topicName, MQTTClient_message* message);
     bool waitForAcknowledgements();
     void restartAcknowledgementClock();
     void leaveFlight();
 
     Ordered<int> m_ClientUsers; // threads that hold the handle for a call, callbacks included
-    Ordered<bool> m_Connecting; // one attempt at a time
-    Ordered<unsigned> m_Losses; // lost connections, ever
-    Ordered<int> m_InFlight;    // messages that wait for their acknowledgement: 0 or 1, as the library allows one
-    Relaxed<qint64> m_LastAcknowledged; // steady clock, ms: when the wait began or last got on
+    // Turns: one attempt at a time; one publication at a time, its wait included; and one of publication, attempt and
+    // message callback at a time, since the first two may free the message that the third is looking at.
+    Ordered<bool> m_Connecting;
+    Ordered<bool> m_Publishing;
+    Ordered<bool> m_MessagesInUse;
+    Ordered<bool> m_InConnect;      // while the library makes an attempt
+    Ordered<unsigned> m_Losses;     // lost connections, ever
+    Ordered<unsigned> m_Deliveries; // acknowledged messages, ever
+    Ordered<int> m_InFlight;        // messages that wait for their acknowledgement
+    Relaxed<qint64> m_WaitingSince; // steady clock, ms: when the wait for an acknowledgement began or last got on
 };
 
 // Holds the client library's handle of a broker for one call. While one lives, the handle isn't destroyed.

@@ -1,13 +1,31 @@
 #include "Entities/clientbroker.h"
 
 #include "Entities/mqttcallerbase.h"
+#include "Entities/turn.h"
 #include "logging.h"
 #include "Services/mqttStatusLogManager.h"
 
 #include <cstring>
+#include <optional>
+#include <unistd.h>
 
 // The client library holds a lock of its own in some of these calls, and one thread of it serves all brokers: nothing
 // here may call back into it, but to free a message, or wait.
+
+namespace {
+
+constexpr std::chrono::microseconds MessagePause(50);
+constexpr std::chrono::milliseconds MessagePatience(100);
+
+// The clean-up thread may have destroyed the client whose message this is, and the message with it. The use that the
+// caller holds keeps the client from being destroyed from here on; the process ends within a second or two.
+void stayWhileProcessEnds()
+{
+    while (ProcessEnding::hasBegun())
+        pause();
+}
+
+} // namespace
 
 void ClientBroker::CallbackCallerConnectionLost(void* context, char* cause)
 {
@@ -28,7 +46,7 @@ void ClientBroker::CallbackCallerDelivered(void* context, int token)
 void ClientBroker::CallbackConnectionLost(char* /*cause*/)
 {
     const ClientUse client(*this);
-    if (ProcessEnding::isRaised())
+    if (ProcessEnding::hasBegun())
         return;
     PLOG_INFO << QString("ClientBroker '%1' lost is connection").arg(Name);
     // Counted first: a connection attempt that is just ending must not store "connected" over this loss.
@@ -42,27 +60,46 @@ void ClientBroker::CallbackConnectionLost(char* /*cause*/)
 int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTTClient_message* message)
 {
     const ClientUse client(*this);
-    if (!ProcessEnding::isRaised()) {
-        // Intended: a topic with a zero byte inside ends there.
-        const int length = static_cast<int>(std::strlen(topicName));
-        bool isTaken = false;
-        for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
-            if (caller->m_CallerType == CT_SUBSCRIBER && caller->IsSubscribed())
-                isTaken |= caller->MessageArrived(topicName, length, message);
-        }
-        if (!isTaken) {
-            PLOG_DEBUG << "Accepted message does not belong to any topic";
-        }
+    stayWhileProcessEnds();
+    // Without a session to keep, a connection attempt or a failing publication frees the messages that the library
+    // holds, this one included.
+    std::optional<Turn> turn;
+    if (CleanSessionFlag) {
+        turn.emplace(m_MessagesInUse, MessagePause, Turn::Clock::now() + messagePatience());
+        if (!turn->isMine())
+            return 0; // nothing was touched: the library keeps the message, or has dropped it with the session
     }
+    stayWhileProcessEnds();
+    offerMessage(topicName, message);
     MQTTClient_freeMessage(&message);
     MQTTClient_free(topicName);
     return 1; // consumed: never to be delivered again
 }
 
+std::chrono::milliseconds ClientBroker::messagePatience() const
+{
+    // An attempt can take 15 s, and all brokers would wait that long.
+    return m_InConnect ? std::chrono::milliseconds(0) : MessagePatience;
+}
+
+void ClientBroker::offerMessage(char* topicName, MQTTClient_message* message)
+{
+    // Intended: a topic with a zero byte inside ends there.
+    const int length = static_cast<int>(std::strlen(topicName));
+    bool isTaken = false;
+    for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
+        if (caller->m_CallerType == CT_SUBSCRIBER && caller->IsSubscribed())
+            isTaken |= caller->MessageArrived(topicName, length, message);
+    }
+    if (!isTaken) {
+        PLOG_DEBUG << "Accepted message does not belong to any topic";
+    }
+}
+
 void ClientBroker::CallbackDelivered(int token)
 {
     const ClientUse client(*this);
-    if (ProcessEnding::isRaised())
+    if (ProcessEnding::hasBegun())
         return;
     for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
         if (caller->m_CallerType == CT_PUBLISHER)
@@ -70,5 +107,6 @@ void ClientBroker::CallbackDelivered(int token)
     }
     m_StatusLogManager->UpdatePublicationAckReceived();
     restartAcknowledgementClock();
+    m_Deliveries.increment();
     leaveFlight();
 }

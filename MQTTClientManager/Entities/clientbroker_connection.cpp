@@ -1,10 +1,9 @@
 #include "Entities/clientbroker.h"
 
 #include "Entities/connectionrecords.h"
+#include "Entities/turn.h"
 #include "logging.h"
 #include "Services/mqttmanagerservices.h"
-
-#include <thread>
 
 namespace {
 
@@ -24,72 +23,63 @@ private:
     ClientBroker& m_broker;
 };
 
-// A second attempt on the same handle would succeed and leak the first one's socket, so it waits for its turn.
-class ClientBroker::AttemptTurn
-{
-public:
-    explicit AttemptTurn(ClientBroker& broker) : m_broker(broker)
-    {
-        while (m_broker.m_Connecting.exchange(true))
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    ~AttemptTurn() { m_broker.m_Connecting = false; }
-    AttemptTurn(const AttemptTurn&) = delete;
-    AttemptTurn& operator=(const AttemptTurn&) = delete;
-
-private:
-    ClientBroker& m_broker;
-};
-
 CBrokerStatusCodes ClientBroker::Connect()
 {
     const BusyMark busy(*this);
     ConnectionRecords records(*this);
-    const unsigned losses = m_Losses;
-    const CBrokerStatusCodes result = attemptConnection(records.options());
+    const Attempt attempt = attemptConnection(records.options());
 
-    const bool isLostAlready = result == CB_OK && m_Losses != losses;
-    m_ReturnCode = static_cast<std::int8_t>(isLostAlready ? CB_CONNECTION_LOST : result);
+    m_ReturnCode = static_cast<std::int8_t>(attempt.result);
+    // The loss of the new connection may have been reported, on its own thread, before this one got here.
+    if (attempt.result == CB_OK && m_Losses != attempt.losses)
+        m_ReturnCode = static_cast<std::int8_t>(CB_CONNECTION_LOST);
     UpdateClientBrokerStruct();
     PLOG_DEBUG << QString("CONNECT by cBroker '%1' endded with (%2). Stats are (Connected(%3) | ReturnCode(%4) | "
                           "SessionPresent(%5)). returned.sessionPresent is (%6)")
-                      .arg(Name, QString::number(result), QString::number(m_Connected), QString::number(m_ReturnCode),
-                           QString::number(m_SessionPresent),
+                      .arg(Name, QString::number(attempt.result), QString::number(m_Connected),
+                           QString::number(m_ReturnCode), QString::number(m_SessionPresent),
                            QString::number(records.options().returned.sessionPresent));
-    return result;
+    return attempt.result;
 }
 
-CBrokerStatusCodes ClientBroker::attemptConnection(MQTTClient_connectOptions& options)
+ClientBroker::Attempt ClientBroker::attemptConnection(MQTTClient_connectOptions& options)
 {
-    const AttemptTurn turn(*this);
+    // A second attempt on the same handle would succeed and leak the first one's socket, so it waits for its turn.
+    const Turn turn(m_Connecting, std::chrono::milliseconds(10));
+    const unsigned losses = m_Losses;
     const ClientUse client(*this);
     if (MQTTClient_isConnected(client.handle()))
-        return CB_CONNECT_REFUSED;
+        return {CB_CONNECT_REFUSED, losses};
     if (!m_Services->CheckEthPortLinkState()) {
         m_Connected = 0;
-        return CB_CONNECT_REFUSED;
+        return {CB_CONNECT_REFUSED, losses};
     }
     const int callbacksSet = MQTTClient_setCallbacks(client.handle(), this, CallbackCallerConnectionLost,
                                                      CallbackCallerMessageArrived, CallbackCallerDelivered);
     if (callbacksSet != MQTTCLIENT_SUCCESS)
-        return static_cast<CBrokerStatusCodes>(callbacksSet);
+        return {static_cast<CBrokerStatusCodes>(callbacksSet), losses};
+    return {connectInLibrary(client.handle(), options, losses), losses};
+}
 
-    if (CleanSessionFlag)
-        m_InFlight = 0; // the library forgets what was in flight
-    const unsigned losses = m_Losses;
+CBrokerStatusCodes ClientBroker::connectInLibrary(MQTTClient client, MQTTClient_connectOptions& options,
+                                                  unsigned losses)
+{
+    const Turn turn(m_MessagesInUse, std::chrono::milliseconds(1));
+    m_InConnect = true;
     attemptsInLibrary.fetch_add(1);
-    const int connected = MQTTClient_connect(client.handle(), &options);
+    // Looked at after the count: once the end has begun and the count is 0, no attempt enters the library any more.
+    const int connected = ProcessEnding::hasBegun() ? int{CB_CONNECT_REFUSED} : MQTTClient_connect(client, &options);
     attemptsInLibrary.fetch_sub(1);
+    m_InConnect = false;
     if (connected != MQTTCLIENT_SUCCESS) {
         m_Connected = 0;
         return static_cast<CBrokerStatusCodes>(connected);
     }
 
-    restartAcknowledgementClock();
+    adoptMessagesInFlight(client);
     m_Connected = 1;
     if (options.returned.sessionPresent == 1)
         m_SessionPresent = 1;
-    // The loss of the new connection may have been reported on its own thread before this one got here.
     if (m_Losses != losses) {
         m_Connected = 0;
         m_SessionPresent = 0;

@@ -1,17 +1,31 @@
 #include "Entities/clientbroker.h"
 
-#include <unistd.h>
+#include "Entities/turn.h"
+
+#include <thread>
 
 namespace {
 
 // Without an acknowledgement for this long, the broker counts as one that never acknowledges.
-constexpr qint64 AcknowledgementPatience = 20'000; // ms
-constexpr useconds_t AcknowledgementPoll = 50;     // us
+constexpr std::chrono::milliseconds AcknowledgementPatience(20'000);
+constexpr std::chrono::microseconds AcknowledgementPoll(50);
 
 qint64 steadyMilliseconds()
 {
     const auto now = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
+int pendingMessages(MQTTClient client)
+{
+    MQTTClient_deliveryToken* tokens = nullptr;
+    if (MQTTClient_getPendingDeliveryTokens(client, &tokens) != MQTTCLIENT_SUCCESS || !tokens)
+        return 0;
+    int count = 0;
+    while (tokens[count] != -1)
+        ++count;
+    MQTTClient_free(tokens);
+    return count;
 }
 
 } // namespace
@@ -22,41 +36,60 @@ int ClientBroker::Publish(const QByteArray& topic, const void* payload, int payl
     // The library takes any number here; some of them would block every later publication of this broker for ever.
     if (qualityOfService < 0 || qualityOfService > 2)
         return MQTTCLIENT_BAD_QOS;
+    const Turn turn(m_Publishing, AcknowledgementPoll, Turn::Clock::now() + AcknowledgementPatience);
     // The library allows one message in flight and waits for its acknowledgement in steps of 100 ms and without end.
-    if (!waitForAcknowledgements())
+    if (!turn.isMine() || !waitForAcknowledgements())
         return MQTTCLIENT_MAX_MESSAGES_INFLIGHT;
-
-    const ClientUse client(*this);
-    if (!client.handle())
-        return PSC_ERROR_NOT_PUBLISHED;
     if (qualityOfService == 0)
-        return MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, 0, retained, &token);
+        return publishInLibrary(topic, payload, payloadLength, qualityOfService, retained, token);
 
     // Counted ahead of the call: the acknowledgement may arrive before the call returns.
     restartAcknowledgementClock();
     m_InFlight.increment();
-    const int result = MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, qualityOfService,
-                                          retained, &token);
+    const int result = publishInLibrary(topic, payload, payloadLength, qualityOfService, retained, token);
     if (result != MQTTCLIENT_SUCCESS)
         leaveFlight();
     return result;
 }
 
+int ClientBroker::publishInLibrary(const QByteArray& topic, const void* payload, int payloadLength,
+                                   int qualityOfService, bool retained, MQTTClient_deliveryToken& token)
+{
+    const ClientUse client(*this);
+    if (!client.handle())
+        return PSC_ERROR_NOT_PUBLISHED;
+    const Turn turn(m_MessagesInUse, AcknowledgementPoll);
+    return MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, qualityOfService, retained,
+                              &token);
+}
+
 bool ClientBroker::waitForAcknowledgements()
 {
     while (m_InFlight > 0) {
-        if (ProcessEnding::isRaised() || steadyMilliseconds() - m_LastAcknowledged >= AcknowledgementPatience)
+        if (ProcessEnding::hasBegun() || steadyMilliseconds() - m_WaitingSince >= AcknowledgementPatience.count())
             return false;
         if (!m_Connected)
             return true; // the library knows what to answer
-        usleep(AcknowledgementPoll);
+        std::this_thread::sleep_for(AcknowledgementPoll);
     }
     return true;
 }
 
+void ClientBroker::adoptMessagesInFlight(MQTTClient client)
+{
+    // A kept session may still hold messages, of this process or of one before it; the library sends them again. The
+    // count is taken anew when a delivery came in between, since that one may be in the list or not.
+    unsigned deliveries = 0;
+    do {
+        deliveries = m_Deliveries;
+        m_InFlight = pendingMessages(client);
+    } while (m_Deliveries != deliveries);
+    restartAcknowledgementClock();
+}
+
 void ClientBroker::restartAcknowledgementClock()
 {
-    m_LastAcknowledged = steadyMilliseconds();
+    m_WaitingSince = steadyMilliseconds();
 }
 
 void ClientBroker::leaveFlight()

@@ -6,6 +6,7 @@
 #include "tagmemory.h"
 
 #include <algorithm>
+#include <sys/stat.h>
 
 namespace {
 
@@ -29,12 +30,26 @@ QByteArray readWillMessage(const ClientBroker& broker)
     return QString::fromUtf8(tag.constData()).toUtf8();
 }
 
+// The path as the library gets it. A pipe or a device under that name might never end, and the attempt with it: with a
+// slash behind it, it can't be opened, and the attempt fails as with any bad file.
+QByteArray certificatePath(const QString& path)
+{
+    QByteArray name = path.toLatin1();
+    struct stat file
+    {
+    };
+    if (stat(name.constData(), &file) == 0 && !S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode))
+        name += '/';
+    return name;
+}
+
 } // namespace
 
 ConnectionRecords::ConnectionRecords(const ClientBroker& broker)
-    : m_caFile(broker.SetCAFileName.toLatin1()), m_keyFile(broker.ClientKeyFileName.toLatin1()),
-      m_certificateFile(broker.ClientCertificateFileName.toLatin1()), m_options(MQTTClient_connectOptions_initializer),
-      m_tls(MQTTClient_SSLOptions_initializer), m_will(MQTTClient_willOptions_initializer)
+    : m_caFile(certificatePath(broker.SetCAFileName)), m_keyFile(certificatePath(broker.ClientKeyFileName)),
+      m_certificateFile(certificatePath(broker.ClientCertificateFileName)),
+      m_options(MQTTClient_connectOptions_initializer), m_tls(MQTTClient_SSLOptions_initializer),
+      m_will(MQTTClient_willOptions_initializer)
 {
     // Version 4 ends with the broker's answer, which is read; the fields of version 5 are not used.
     m_options.struct_version = 4;

@@ -7,6 +7,7 @@
 #include "tagmemory.h"
 
 #include <algorithm>
+#include <iterator>
 
 PublicationStatusCodes Publisher::Publish()
 {
@@ -41,9 +42,11 @@ PublicationStatusCodes Publisher::publishTagBytes()
 
 PublicationStatusCodes Publisher::publishBuffer(int payloadLength)
 {
+    if (m_TopicUtf8.isNull())
+        m_TopicUtf8 = m_Topic.toUtf8();
     MQTTClient_deliveryToken token = 0;
     const int result =
-        m_cBroker->Publish(m_Topic.toUtf8(), m_PublishBuffer.data(), payloadLength, m_QoS, m_RetainFlag, token);
+        m_cBroker->Publish(m_TopicUtf8, m_PublishBuffer.data(), payloadLength, m_QoS, m_RetainFlag, token);
     if (result == PSC_OK) {
         PLOG_DEBUG << QString("Publication '%4' Publish Size=%1  Address=%2  Data=%3  Token=%5  Topic=%6  "
                               "SIZEOF_PUBLISH_BUFFER=%7")
@@ -79,7 +82,10 @@ bool Publisher::UpdatePublisherConfigurationStruct(unsigned int address)
 {
     using Record = PublicationConfigurationStruct;
     RecordBytes<sizeof(Record)> record;
-    record.putText(offsetof(Record, Topic), m_Topic);
+    if (!record.putTextInField(offsetof(Record, Topic), std::size(Record{}.Topic), m_Topic)) {
+        PLOG_WARNING << QString("publication '%1': its topic is cut to %2 characters in its configuration record")
+                            .arg(m_Name, QString::number(std::size(Record{}.Topic) - 1));
+    }
     record.putNumber<quint8>(offsetof(Record, QoS), m_QoS);
     record.putNumber<quint8>(offsetof(Record, PayloadFormat), m_PayloadFormat);
     record.putNumber<quint8>(offsetof(Record, Retained), m_RetainFlag);

@@ -5,6 +5,7 @@
 #include "Records/statuscodes.h"
 
 #include <array>
+#include <QByteArray>
 
 // Largest payload of a publication, in bytes.
 inline constexpr int SIZEOF_PUBLISH_BUFFER = 5000;
@@ -29,18 +30,21 @@ public:
     // Writes the 516-byte configuration record; true when tag memory took it.
     bool UpdatePublisherConfigurationStruct(unsigned int address);
 
+    // What every publication reads stands ahead of the buffer, close together.
+    bool m_RetainFlag = false;
+    int m_PerInterval = 0; // ms
+    unsigned int m_ReceiveAddress = NO_RECEIVE_ADDRESS;
+    std::array<char, SIZEOF_PUBLISH_BUFFER> m_PublishBuffer{}; // all zero between publications
     // Tokens that wait for their delivery, in order of publication. Belongs to the delivery thread; the publishing
     // thread passes new ones through m_NewTokens.
     QList<int> m_Tokens;
     TokenHandover m_NewTokens;
-    std::array<char, SIZEOF_PUBLISH_BUFFER> m_PublishBuffer{}; // all zero between publications
-    bool m_RetainFlag = false;
-    int m_PerInterval = 0; // ms
-    unsigned int m_ReceiveAddress = NO_RECEIVE_ADDRESS;
 
 private:
     [[nodiscard]] PublicationStatusCodes publishInFormat();
     [[nodiscard]] PublicationStatusCodes publishTagBytes();
     [[nodiscard]] PublicationStatusCodes publishBuffer(int payloadLength);
     [[nodiscard]] bool isDeliveryTracked() const;
+
+    QByteArray m_TopicUtf8; // m_Topic as the client library wants it; made by the first publication
 };

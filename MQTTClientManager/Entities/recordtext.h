@@ -18,6 +18,14 @@ public:
         std::memcpy(m_bytes.data() + offset, text.utf16(), std::min(wanted, Size - offset));
     }
 
+    // The same in a field of its own: a text that is longer is cut ahead of its terminator, and the result is false.
+    [[nodiscard]] bool putTextInField(std::size_t offset, std::size_t units, const QString& text)
+    {
+        const QString fitting = text.left(static_cast<int>(units) - 1);
+        putText(offset, fitting);
+        return fitting.size() == text.size();
+    }
+
     // Cut to the width of Number.
     template<typename Number, typename Value>
     void putNumber(std::size_t offset, Value value)

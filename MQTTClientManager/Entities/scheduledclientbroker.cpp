@@ -4,7 +4,7 @@
 
 void ScheduledClientBroker::ScheduledConnect()
 {
-    if (ProcessEnding::isRaised())
+    if (ProcessEnding::hasBegun())
         return;
     if (m_ClientBroker->Connect() == CB_OK || m_ClientBroker->IsConnected())
         emit SignalStopPeriodicConnectAttempt(m_Idx);

@@ -14,7 +14,7 @@ void ScheduledPublisher::setPublisher(Publisher* publisher)
 
 void ScheduledPublisher::ScheduledPublish()
 {
-    if (ProcessEnding::isRaised() || !m_PublishEnabled)
+    if (ProcessEnding::hasBegun() || !m_PublishEnabled)
         return;
     if (m_Publisher->Publish() == PSC_OK)
         m_StatusLogManager->UpdatePublicationSent();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <boost/lockfree/spsc_queue.hpp>
 #include <QList>
 
@@ -10,25 +11,33 @@ class TokenHandover
 public:
     TokenHandover() = default;
     TokenHandover(const TokenHandover& /*other*/) {}
-    TokenHandover& operator=(const TokenHandover& /*other*/) { return *this; }
+    TokenHandover& operator=(const TokenHandover& /*other*/) = delete;
+    ~TokenHandover() { delete m_queue.load(); }
 
     // Publishing thread. Tokens that find the queue full wait here and go in ahead of the next one.
     void put(int token)
     {
+        Queue* queue = m_queue.load(std::memory_order_relaxed);
+        if (!queue) { // made by the first token: most publications never have one
+            queue = new Queue;
+            m_queue.store(queue, std::memory_order_release);
+        }
         m_waiting.append(token);
-        while (!m_waiting.isEmpty() && m_queue.push(m_waiting.constFirst()))
+        while (!m_waiting.isEmpty() && queue->push(m_waiting.constFirst()))
             m_waiting.removeFirst();
     }
 
     // Delivery thread: moves all that has arrived to the end of `tokens`.
     void takeInto(QList<int>& tokens)
     {
-        m_queue.consume_all([&tokens](int token) { tokens.append(token); });
+        if (Queue* queue = m_queue.load(std::memory_order_acquire))
+            queue->consume_all([&tokens](int token) { tokens.append(token); });
     }
 
 private:
     static constexpr std::size_t Capacity = 1024;
+    using Queue = boost::lockfree::spsc_queue<int, boost::lockfree::capacity<Capacity>>;
 
-    boost::lockfree::spsc_queue<int, boost::lockfree::capacity<Capacity>> m_queue;
+    std::atomic<Queue*> m_queue{nullptr};
     QList<int> m_waiting;
 };

@@ -14,6 +14,8 @@ struct BrokerStatusBlock
     std::uint8_t m_SessionPresent; // 1 after a connection on which the broker reported a stored session
     std::int8_t m_ReturnCode;      // low byte of the last CBrokerStatusCodes value
     std::uint8_t m_Reserved;       // always 0
+
+    bool operator==(const BrokerStatusBlock&) const = default;
 };
 
 // A broker's configuration as a request reads it back or sets it. Texts are UTF-16 units with a terminating zero unit.

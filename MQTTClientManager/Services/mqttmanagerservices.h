@@ -46,7 +46,7 @@ public:
 
     static MQTTManagerServices* m_instance;
 
-    Relaxed<bool> m_verboseMode; // not set by the constructor: the manager does that first of all
+    Relaxed<bool> m_verboseMode;
     QMap<ArgType, int> m_typeSizes;
     QMap<ArgType, QString> m_typeNames;
     QString m_plcSerial;

@@ -4,6 +4,7 @@
 #include "Entities/publisher.h"
 #include "logging.h"
 
+#include <algorithm>
 #include <limits>
 #include <QThread>
 #include <thread>
@@ -12,9 +13,12 @@ namespace {
 
 constexpr auto SettlingTime = std::chrono::seconds(1);
 
+} // namespace
+
 // As many elements as there are rows; each one beyond is named.
+// Not in the namespace above: its log lines would lose their function name.
 template<typename Entity, typename NameOf>
-int fittingRows(const QList<Entity*>& entities, int capacity, const char* kind, NameOf nameOf)
+static int fittingRows(const QList<Entity*>& entities, int capacity, const char* kind, NameOf nameOf)
 {
     for (int i = capacity; i < entities.size(); ++i) {
         PLOG_ERROR << QString("%1 '%2' is not scheduled: there is room for %3 only")
@@ -22,8 +26,6 @@ int fittingRows(const QList<Entity*>& entities, int capacity, const char* kind, 
     }
     return std::min<int>(entities.size(), capacity);
 }
-
-} // namespace
 
 void MQTTScheduler::SetPeriodicalPublications(QList<Publisher*>& publications)
 {
@@ -49,7 +51,7 @@ void MQTTScheduler::SetPeriodicConnectAttempt(QList<ClientBroker*>& brokers)
 void MQTTScheduler::RunScheduler()
 {
     std::this_thread::sleep_for(SettlingTime);
-    if (ProcessEnding::isRaised())
+    if (ProcessEnding::hasBegun())
         return;
     for (int row = 0; row < m_ScheduledPublishersCounter; ++row)
         startPublisherRow(row);

@@ -1,5 +1,6 @@
 #include "fakemqttclient.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <list>
@@ -199,6 +200,21 @@ int MQTTClient_publish(MQTTClient handle, const char* topicName, int payloadlen,
     if (duringPublish)
         duringPublish(handle, given);
     return result;
+}
+
+int MQTTClient_getPendingDeliveryTokens(MQTTClient handle, MQTTClient_deliveryToken** tokens)
+{
+    const Lock lock(bookkeeping);
+    *tokens = nullptr;
+    if (!handle)
+        return MQTTCLIENT_FAILURE;
+    const std::vector<int>& pending = state().pendingTokens;
+    if (pending.empty())
+        return MQTTCLIENT_SUCCESS;
+    *tokens = static_cast<int*>(std::malloc((pending.size() + 1) * sizeof(int)));
+    std::copy(pending.begin(), pending.end(), *tokens);
+    (*tokens)[pending.size()] = -1;
+    return MQTTCLIENT_SUCCESS;
 }
 
 void MQTTClient_freeMessage(MQTTClient_message** message)

@@ -59,11 +59,12 @@ struct State
     int setCallbacksResult = 0;
     int publishResult = 0;
     int sessionPresent = 0;
-    bool connectsReally = true; // isConnected is 1 after a successful connect
+    std::vector<int> pendingTokens; // of messages that a kept session still holds
+    bool connectsReally = true;     // isConnected is 1 after a successful connect
     std::function<void()> duringConnect;
     std::function<void(MQTTClient handle, int token)> duringPublish; // after the token is given out
     int freedMessages = 0;
-    int freedTopics = 0;
+    int freedTopics = 0; // and other memory of the library's
 };
 
 State& state();

@@ -76,6 +76,8 @@ int TagMemory::Read(unsigned short size, unsigned long address, unsigned char* d
 
 int TagMemory::Write(unsigned short size, unsigned long address, unsigned char const* data)
 {
+    if (const auto duringWrite = FakeTagMemory::state().duringWrite)
+        duringWrite();
     const std::lock_guard lock(bookkeeping);
     auto& state = FakeTagMemory::state();
     state.writes.push_back({address, {data, data + size}});
@@ -98,9 +100,9 @@ unsigned int TagMemory::RegSync(unsigned long kind, HdrOperandData_t const* entr
     return state.nextRegistrationId == 0 ? 0 : state.nextRegistrationId++;
 }
 
-int TagMemory::UnRegSync(unsigned long regID, unsigned char)
+int TagMemory::UnRegSync(unsigned long regID, unsigned char argument)
 {
-    FakeTagMemory::state().unregistered.push_back(regID);
+    FakeTagMemory::state().unregistered.emplace_back(regID, argument);
     return 0;
 }
 

@@ -3,8 +3,10 @@
 #include "tagmemory.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 // Tag memory inside the test's process, in place of libTagMemory.so: keeps the order of all writes, and fails on
@@ -31,9 +33,10 @@ struct State
     std::map<unsigned long, std::uint8_t> bytes; // what was never written reads as 0
     std::vector<WriteRecord> writes;             // all that were asked for, also those that failed
     std::vector<Registration> registrations;
-    std::vector<unsigned long> unregistered;
-    std::vector<unsigned long> reads; // addresses, in order
+    std::vector<std::pair<unsigned long, unsigned char>> unregistered; // ID and argument
+    std::vector<unsigned long> reads;                                  // addresses, in order
     int opens = 0;
+    std::function<void()> duringWrite;   // called by the next write, outside all bookkeeping
     std::vector<int> writeResults;       // of the coming writes, first to last; then 0
     std::set<unsigned long> unreadable;  // addresses at which a read fails
     unsigned int nextRegistrationId = 1; // 0 makes registrations fail

@@ -2,6 +2,8 @@
 
 #include "Services/mqttStatusLogManager.h"
 
+#include <thread>
+
 namespace {
 
 using testing::ElementsAre;
@@ -130,6 +132,99 @@ TEST_F(Callbacks, aDeliveryWithoutAnyPublisherStillCounts)
     FakeMqttClient::deliver(broker.m_MQTTClient, 9);
     FakeMqttClient::deliver(broker.m_MQTTClient, 9);
     EXPECT_EQ(acknowledged(), (Bytes{2, 0, 0, 0}));
+}
+
+TEST_F(Callbacks, aMessageIsReleasedAfterTheLastSubscriber)
+{
+    class Looker : public RecordingCaller
+    {
+    public:
+        using RecordingCaller::RecordingCaller;
+        bool MessageArrived(char* topicName, int topicLen, MQTTClient_message* message) override
+        {
+            EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
+            EXPECT_EQ(FakeMqttClient::state().freedTopics, 0);
+            return RecordingCaller::MessageArrived(topicName, topicLen, message);
+        }
+    };
+    Looker first(CT_SUBSCRIBER, true);
+    Looker second(CT_SUBSCRIBER, true);
+    addCallers({&first, &second});
+    arrive("a", "x");
+    EXPECT_EQ(second.m_heard.size(), 1U);
+    EXPECT_EQ(FakeMqttClient::state().freedMessages, 1);
+}
+
+// Without a session to keep, the library drops its messages at the end of an attempt.
+TEST_F(Callbacks, aMessageDuringAnAttemptIsLeftToTheLibrary)
+{
+    RecordingCaller subscriber(CT_SUBSCRIBER, true);
+    addCallers({&subscriber});
+    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
+    int consumed = -1;
+    FakeMqttClient::state().duringConnect = [&] { consumed = arrive("a", "x"); };
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    EXPECT_EQ(consumed, 0);
+    EXPECT_TRUE(subscriber.m_heard.empty());
+    EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
+}
+
+TEST_F(Callbacks, aMessageOfAKeptSessionIsTakenDuringAnAttempt)
+{
+    broker.CleanSessionFlag = false;
+    RecordingCaller subscriber(CT_SUBSCRIBER, true);
+    addCallers({&subscriber});
+    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
+    int consumed = -1;
+    FakeMqttClient::state().duringConnect = [&] { consumed = arrive("a", "x"); };
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    EXPECT_EQ(consumed, 1);
+    EXPECT_EQ(subscriber.m_heard.size(), 1U);
+}
+
+TEST_F(Callbacks, aPublicationWaitsForTheMessageThatIsBeingTaken)
+{
+    class Slow : public RecordingCaller
+    {
+    public:
+        using RecordingCaller::RecordingCaller;
+        bool MessageArrived(char*, int, MQTTClient_message*) override
+        {
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            publishedMeanwhile = FakeMqttClient::state().publishes.size();
+            return true;
+        }
+        std::size_t publishedMeanwhile = 99;
+    };
+    Slow slow(CT_SUBSCRIBER, true);
+    addCallers({&slow});
+    std::thread library([this] { arrive("a", "x"); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    MQTTClient_deliveryToken token = 0;
+    EXPECT_EQ(broker.Publish("t", "p", 1, 0, false, token), 0);
+    library.join();
+    EXPECT_EQ(slow.publishedMeanwhile, 0U);
+}
+
+TEST_F(Callbacks, deliveriesAndLossesLeaveAtOnceWhenTheProcessEnds)
+{
+    const ProcessEndingUndone ending;
+    FakeMqttClient::deliver(broker.m_MQTTClient, 1);
+    FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    EXPECT_TRUE(FakeTagMemory::state().writes.empty());
+}
+
+TEST_F(Callbacks, aLossThatComesWhileTheBlockIsWrittenStandsInTheEnd)
+{
+    // The loss comes between composing the block and its arrival in tag memory.
+    FakeTagMemory::state().duringWrite = [this] {
+        FakeTagMemory::state().duringWrite = nullptr;
+        broker.m_Connected = 0;
+        broker.m_ReturnCode = CB_CONNECTION_LOST;
+    };
+    broker.m_ReturnCode = 0;
+    broker.UpdateClientBrokerStruct();
+    EXPECT_EQ(FakeTagMemory::writesAt(BlockAddress), (std::vector<Bytes>{{1, 0, 0, 0}, {0, 0, 0xF3, 0}}));
 }
 
 TEST_F(Callbacks, aLossShowsInTheStatusBlock)

@@ -2,6 +2,9 @@
 
 #include "Records/brokerrecords.h"
 
+#include <memory>
+#include <thread>
+
 namespace {
 
 using testing::ElementsAre;
@@ -123,6 +126,19 @@ TEST_F(BrokerTest, destroyingTakesTheHandleAndDoesNotDisconnect)
     EXPECT_EQ(broker.m_MQTTClient, nullptr);
     EXPECT_FALSE(broker.IsConnected());
     broker.DestroyMQTTClient();
+    EXPECT_THAT(FakeMqttClient::state().calls, ElementsAre("destroy"));
+}
+
+TEST_F(BrokerTest, destroyingWaitsForTheLastUse)
+{
+    auto use = std::make_unique<ClientUse>(broker);
+    std::thread user([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_TRUE(FakeMqttClient::state().calls.empty());
+        use.reset();
+    });
+    broker.DestroyMQTTClient();
+    user.join();
     EXPECT_THAT(FakeMqttClient::state().calls, ElementsAre("destroy"));
 }
 

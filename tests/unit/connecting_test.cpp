@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstring>
 #include <QThread>
+#include <sys/stat.h>
 #include <thread>
 
 namespace {
@@ -323,6 +324,60 @@ TEST_F(Connecting, attemptsOfTwoThreadsTakeTurnsAndTheSecondIsRefused)
     EXPECT_EQ(mostInside, 1);
     EXPECT_EQ(sum, int{CB_OK} + CB_CONNECT_REFUSED);
     EXPECT_EQ(FakeMqttClient::state().connects.size(), 1U);
+}
+
+TEST_F(Connecting, isNotBusyAfterAnAttemptThatWasRefused)
+{
+    connectBroker();
+    broker.Connect();
+    EXPECT_FALSE(broker.IsBusy());
+    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
+    setLink(0, 0);
+    broker.Connect();
+    EXPECT_FALSE(broker.IsBusy());
+    setLink(1, 1);
+    FakeMqttClient::state().setCallbacksResult = -1;
+    broker.Connect();
+    EXPECT_FALSE(broker.IsBusy());
+}
+
+TEST_F(Connecting, entersTheLibraryNoMoreOnceTheProcessEnds)
+{
+    const ProcessEndingUndone ending;
+    EXPECT_EQ(broker.Connect(), CB_CONNECT_REFUSED);
+    EXPECT_TRUE(FakeMqttClient::state().connects.empty());
+}
+
+TEST_F(Connecting, aPipeAsCertificateFileCannotBeOpened)
+{
+    const QTemporaryDir directory;
+    const QString pipe = directory.filePath("pipe.pem");
+    ASSERT_EQ(mkfifo(pipe.toUtf8().constData(), 0600), 0);
+    broker.Encryption = ENC_SELF_SIGNED_CERTIFICATE;
+    broker.SetCAFileName = pipe;
+    broker.ClientCertificateFileName = "/dev/zero";
+    broker.ClientKeyFileName = directory.path();
+    const auto& call = connect();
+    EXPECT_EQ(call.trustStore, pipe.toStdString() + "/");
+    EXPECT_EQ(call.keyStore, "/dev/zero/");
+    EXPECT_EQ(call.privateKey, directory.path().toStdString());
+}
+
+TEST_F(Connecting, aLossBeforeTheAttemptDoesNotSpoilItsResult)
+{
+    std::atomic<int> attempts{0};
+    FakeMqttClient::state().duringConnect = [&] {
+        if (++attempts != 1)
+            return;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    };
+    std::thread first([&] { broker.Connect(); });
+    while (!ClientBroker::isAnyConnecting())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    first.join();
+    EXPECT_EQ(statusBlock(), (Bytes{1, 0, 0, 0}));
 }
 
 TEST_F(Connecting, doesNotStandAsConnectedWhenTheLossCameFirst)

@@ -64,6 +64,18 @@ TEST(CsvLayout, cutsMessagesAt32000Characters)
     EXPECT_EQ(messageField(std::string(32'001, 'x')), "\"" + std::string(32'000, 'x') + "...\"\n");
 }
 
+TEST(CsvLayout, countsCharactersAndNotBytes)
+{
+    const auto repeated = [](int times) {
+        std::string text;
+        for (int i = 0; i < times; ++i)
+            text += "ä";
+        return text;
+    };
+    EXPECT_EQ(messageField(repeated(32'000)), "\"" + repeated(32'000) + "\"\n");
+    EXPECT_EQ(messageField(repeated(32'001)), "\"" + repeated(32'000) + "...\"\n");
+}
+
 TEST(ConsoleLayout, hasNoHeader)
 {
     EXPECT_EQ(ConsoleLogFormatter::header(), "");

@@ -4,6 +4,8 @@
 #include "Services/mqttStatusLogManager.h"
 #include "unittest.h"
 
+#include <QCoreApplication>
+
 namespace {
 
 using testing::ElementsAre;
@@ -12,7 +14,7 @@ class Manager : public ServiceTest
 {
 protected:
     Manager() { resetSingletons(); }
-    ~Manager() override { delete manager().m_scheduler; }
+    ~Manager() override { resetSingletons(); }
 
     MQTTClientManager& manager() { return *MQTTClientManager::instance(); }
 
@@ -140,6 +142,92 @@ TEST_F(Manager, storesAndWritesTheProcessStatus)
     manager().m_statusLogManager->UpdateMQTTStructsAddress(1000, 2000);
     manager().UpdateProcessStatus(PS_TIME_NOT_SET);
     EXPECT_EQ(FakeTagMemory::bytesAt(1000, 4), (Bytes{4, 0, 0, 0}));
+}
+
+class Finalizing : public Manager
+{
+protected:
+    Finalizing()
+    {
+        addBroker(1, "plant");
+        addBroker(2, "office");
+        EXPECT_EQ(manager().createMQTTClients(), SC_AC_OK);
+        manager().m_isInitDone = true;
+        FakeMqttClient::state().calls.clear();
+    }
+
+    ~Finalizing() override { manager().m_isInitDone = false; }
+
+    // What was left to the scheduler's own thread in a process that ends.
+    void finalize()
+    {
+        const ProcessEndingUndone ending;
+        manager().Finalize();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        manager().m_scheduler = nullptr;
+    }
+};
+
+TEST_F(Finalizing, takesDownInOrder)
+{
+    manager().m_regIDs = {7, 9};
+    const LogCapture log;
+    finalize();
+    EXPECT_THAT(log.lines(), ElementsAre("DEBUG START (isInitDone? (1))", "DEBUG     Unregister operands",
+                                         "DEBUG     Unregister operands", "DEBUG     Destory MQTTClient of 'plant'",
+                                         "DEBUG     Destory MQTTClient of 'office'", "DEBUG END"));
+    EXPECT_THAT(FakeTagMemory::state().unregistered, ElementsAre(testing::Pair(7, 10), testing::Pair(9, 10)));
+    EXPECT_THAT(FakeMqttClient::state().calls, ElementsAre("destroy", "destroy"));
+    EXPECT_EQ(manager().m_clientBrokers.at(0).m_State, PS_PAUSED);
+    EXPECT_EQ(manager().m_clientBrokers.at(1).m_State, PS_PAUSED);
+}
+
+TEST_F(Finalizing, waitsForTheSchedulersSecondFirst)
+{
+    finalize();
+    EXPECT_THAT(FakeSleep::waits(), ElementsAre(std::chrono::milliseconds(1000)));
+}
+
+TEST_F(Finalizing, leavesAClientInUseToTheEndOfTheProcess)
+{
+    const ClientUse use(manager().m_clientBrokers[0]);
+    finalize();
+    EXPECT_THAT(FakeMqttClient::state().calls, ElementsAre("destroy"));
+}
+
+TEST_F(Finalizing, destroysNothingWhileABrokerConnects)
+{
+    FakeMqttClient::state().duringConnect = [this] { finalize(); };
+    manager().m_clientBrokers[0].Connect();
+    EXPECT_THAT(FakeMqttClient::state().calls, testing::Not(testing::Contains("destroy")));
+}
+
+TEST_F(Finalizing, doesNotWaitForEverForARegistration)
+{
+    manager().m_regIDs = {7};
+    manager().m_isRegistering = true;
+    finalize();
+    EXPECT_TRUE(FakeTagMemory::state().unregistered.empty());
+}
+
+TEST_F(Finalizing, endsARegistrationAfterThePacketThatIsUnderWay)
+{
+    for (int i = 0; i < 400; ++i)
+        addPublication(i, 1);
+    for (int i = 0; i < 400; ++i)
+        manager().m_publications[i].m_DataAddress = 1000 + static_cast<unsigned>(i);
+    const ProcessEndingUndone ending;
+    manager().ManageTagsRegistration();
+    EXPECT_EQ(FakeTagMemory::state().registrations.size(), 1U);
+}
+
+TEST_F(Finalizing, endsTheRunUpOfTheBrokers)
+{
+    for (ClientBroker& broker : manager().m_clientBrokers)
+        broker.AutoConnectFlag = true;
+    const ProcessEndingUndone ending;
+    EXPECT_EQ(manager().ManageClientBrokers(), SC_AC_OK);
+    EXPECT_TRUE(FakeMqttClient::state().calls.empty());
 }
 
 TEST_F(Manager, finalizingBeforeInitilizeDoesNothing)

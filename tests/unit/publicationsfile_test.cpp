@@ -88,6 +88,13 @@ TEST_F(PublicationsFile, aTextWithoutALengthHasNoBytes)
     EXPECT_EQ(publisher.m_DataSize, 0);
 }
 
+TEST_F(PublicationsFile, aTextWithALengthHasItsTerminator)
+{
+    const Publisher publisher = parseOne("DataType='11_16'");
+    EXPECT_EQ(publisher.m_DataLen, 16);
+    EXPECT_EQ(publisher.m_DataSize, 17);
+}
+
 TEST_F(PublicationsFile, aStructTakesItsMembersInFileOrder)
 {
     MQTTManagerServices::instance()->m_plcSerial = "";
@@ -95,7 +102,7 @@ TEST_F(PublicationsFile, aStructTakesItsMembersInFileOrder)
     const Publisher publisher =
         parseOne("Topic='line/{PLC.NAME}/+/state' DataType='10' PayloadFormat='1'",
                  "<DataMembers><DataMember Off='0x0' DataType='7' DName='counter' Ent='0'/>"
-                 "<DataMember Off='0x4' DataType='11_16' DName='label' Ent='0'/></DataMembers>");
+                 "<DataMember Off='0x4' DataType='11_16' DName='label' Ent='5'/></DataMembers>");
     EXPECT_EQ(publisher.m_Topic, "line/MAC/+/state");
     EXPECT_TRUE(publisher.m_Special);
     ASSERT_EQ(publisher.m_DataMembers.size(), 2);
@@ -109,6 +116,7 @@ TEST_F(PublicationsFile, aStructTakesItsMembersInFileOrder)
     EXPECT_EQ(second.Name, "label");
     EXPECT_EQ(second.Type, AT_STR8);
     EXPECT_EQ(second.Len, 16);
+    EXPECT_EQ(second.Entry, 5);
     EXPECT_EQ(second.Offset, 4U);
     EXPECT_EQ(publisher.m_DataSize, 21);
 }

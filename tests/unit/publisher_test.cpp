@@ -125,6 +125,15 @@ TEST_F(Publishing, withoutABrokerCountsAsDisconnected)
     EXPECT_EQ(publisher.Publish(), PSC_ERROR_NOT_PUBLISHED);
 }
 
+TEST_F(Publishing, aTriggeredOperationAsksForNoBroker)
+{
+    publisher.m_PayloadFormat = PF_TRIGGERED_OP;
+    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
+    const LogCapture log;
+    publisher.Publish();
+    EXPECT_TRUE(log.contains("DEBUG m_cBroker->IsConnected() is '0', bypass is '1'"));
+}
+
 TEST_F(Publishing, anUnknownFormatPublishesNothing)
 {
     for (const int format : {255, 4, -1, 99}) {
@@ -173,14 +182,28 @@ TEST_F(PublicationConfigurationRecord, holdsEveryFieldAtItsOffset)
     EXPECT_THAT(log.lines(), ElementsAre("DEBUG Wrote stats cfg to address (5000) sizeof (516)"));
 }
 
-TEST_F(PublicationConfigurationRecord, aLongTopicNeverSpillsPastTheRecord)
+TEST_F(PublicationConfigurationRecord, aTopicOf255CharactersFits)
+{
+    publisher.m_Topic = QString(255, 't');
+    const LogCapture log;
+    EXPECT_TRUE(publisher.UpdatePublisherConfigurationStruct(Address));
+    const Bytes& record = FakeTagMemory::state().writes[0].bytes;
+    EXPECT_EQ(record[508], 't');
+    EXPECT_EQ(record[510], 0);
+    EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST_F(PublicationConfigurationRecord, aLongerTopicIsCutAndNamed)
 {
     publisher.m_Topic = QString(60'000, 't');
+    const LogCapture log;
     EXPECT_TRUE(publisher.UpdatePublisherConfigurationStruct(Address));
     const Bytes& record = FakeTagMemory::state().writes[0].bytes;
     EXPECT_EQ(record.size(), 516U);
-    EXPECT_EQ(record[510], 't');
-    EXPECT_EQ(record[512], 0); // the numbers are set behind the topic
+    EXPECT_EQ(record[508], 't');
+    EXPECT_EQ(Bytes(record.begin() + 510, record.end()), (Bytes{0, 0, 0, 0, 0, 0}));
+    EXPECT_TRUE(
+        log.contains("WARN publication 'speed': its topic is cut to 255 characters in its configuration record"));
 }
 
 TEST_F(PublicationConfigurationRecord, reportsAWriteThatFailed)

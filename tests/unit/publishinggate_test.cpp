@@ -1,5 +1,6 @@
 #include "unittest.h"
 
+#include <atomic>
 #include <QElapsedTimer>
 #include <thread>
 
@@ -16,7 +17,7 @@ protected:
     int publish(int qos) { return broker.Publish("t", "payload", 7, qos, false, m_token); }
     static std::size_t publishes() { return FakeMqttClient::state().publishes.size(); }
 
-    // From now on the library acknowledges nothing by itself.
+    // From now on the library acknowledges each message before the call returns.
     static void acknowledgeAtOnce()
     {
         FakeMqttClient::state().duringPublish = [](MQTTClient handle, int token) {
@@ -113,6 +114,7 @@ TEST_F(PublishingGate, aKeptSessionStillAwaitsWhatTheLibrarySendsAgain)
     broker.CleanSessionFlag = false;
     EXPECT_EQ(publish(1), 0);
     FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    FakeMqttClient::state().pendingTokens = {1};
     EXPECT_EQ(broker.Connect(), CB_OK);
     std::size_t publishedBefore = 0;
     std::thread library([&] {
@@ -123,6 +125,54 @@ TEST_F(PublishingGate, aKeptSessionStillAwaitsWhatTheLibrarySendsAgain)
     EXPECT_EQ(publish(1), 0);
     library.join();
     EXPECT_EQ(publishedBefore, 1U);
+}
+
+TEST_F(PublishingGate, messagesOfAnEarlierLifeAreAwaited)
+{
+    broker.CleanSessionFlag = false;
+    FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    FakeMqttClient::state().pendingTokens = {77, 78}; // restored from the library's files
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    std::size_t publishedBefore = 0;
+    std::thread library([&] {
+        std::this_thread::sleep_for(50ms);
+        FakeMqttClient::deliver(broker.m_MQTTClient, 77);
+        std::this_thread::sleep_for(50ms);
+        publishedBefore = publishes();
+        FakeMqttClient::deliver(broker.m_MQTTClient, 78);
+    });
+    EXPECT_EQ(publish(0), 0);
+    library.join();
+    EXPECT_EQ(publishedBefore, 0U);
+}
+
+TEST_F(PublishingGate, publicationsOfTwoThreadsWaitForOneAnother)
+{
+    std::atomic<int> inside{0};
+    std::atomic<int> mostInside{0};
+    FakeMqttClient::state().duringPublish = [&](MQTTClient handle, int token) {
+        mostInside = std::max(mostInside.load(), ++inside);
+        std::this_thread::sleep_for(5ms);
+        --inside;
+        FakeMqttClient::deliver(handle, token);
+    };
+    const auto publishMany = [this] {
+        MQTTClient_deliveryToken token = 0;
+        for (int i = 0; i < 10; ++i)
+            EXPECT_EQ(broker.Publish("t", "payload", 7, 1, false, token), 0);
+    };
+    std::thread other(publishMany);
+    publishMany();
+    other.join();
+    EXPECT_EQ(publishes(), 20U);
+    EXPECT_EQ(mostInside, 1);
+}
+
+TEST_F(PublishingGate, theEndOfTheProcessEndsTheWait)
+{
+    EXPECT_EQ(publish(1), 0);
+    const ProcessEndingUndone ending;
+    EXPECT_EQ(publish(1), MQTTCLIENT_MAX_MESSAGES_INFLIGHT);
 }
 
 TEST_F(PublishingGate, deliveriesOfAnEarlierLifeOpenNothingInAdvance)

@@ -10,7 +10,7 @@ class Registration : public ServiceTest
 {
 protected:
     Registration() { resetSingletons(); }
-    ~Registration() override { delete manager().m_scheduler; }
+    ~Registration() override { resetSingletons(); }
 
     MQTTClientManager& manager() { return *MQTTClientManager::instance(); }
 

@@ -8,7 +8,7 @@ class RunUp : public ServiceTest
 {
 protected:
     RunUp() { resetSingletons(); }
-    ~RunUp() override { delete manager().m_scheduler; }
+    ~RunUp() override { resetSingletons(); }
 
     MQTTClientManager& manager() { return *MQTTClientManager::instance(); }
     MQTTScheduler& scheduler() { return *manager().m_scheduler; }
@@ -55,6 +55,17 @@ TEST_F(RunUp, leavesFailedBrokersWithAnIntervalToTheScheduler)
     ASSERT_EQ(scheduler().m_ScheduledClientBrokersCounter, 2);
     EXPECT_EQ(scheduler().m_ScheduledClientBrokers[0].m_ClientBroker, &manager().m_clientBrokers[0]);
     EXPECT_EQ(scheduler().m_ScheduledClientBrokers[1].m_ClientBroker, &manager().m_clientBrokers[3]);
+}
+
+TEST_F(RunUp, handsOverAlsoAnEmptyListOfFailedBrokers)
+{
+    addBroker("a", true, 5);
+    manager().createMQTTClients();
+    FakeMqttClient::state().connectResults = {-1};
+    manager().ManageClientBrokers();
+    ASSERT_EQ(scheduler().m_ScheduledClientBrokersCounter, 1);
+    manager().ManageClientBrokers();
+    EXPECT_EQ(scheduler().m_ScheduledClientBrokersCounter, 0);
 }
 
 TEST_F(RunUp, schedulesEveryPublicationWithAPeriod)

@@ -2,6 +2,7 @@
 #include "Utils/rwjson.h"
 
 #include <QFile>
+#include <sys/stat.h>
 
 namespace {
 
@@ -93,6 +94,33 @@ TEST(SettingsFile, replacesTheWholeObject)
     QJsonObject object{{"only", 1}};
     EXPECT_TRUE(RWJson::writeJsonObjectToJsonFile(file.path(), object));
     EXPECT_EQ(RWJson::readJsonObjectFromJsonFile(file.path()), object);
+}
+
+TEST(SettingsFile, defaultsStandForWhatIsNoBoolOrInteger)
+{
+    const TestFile file(Sample);
+    EXPECT_TRUE(RWJson::readBoolFromJsonFile(file.path(), "empty", true));
+    EXPECT_EQ(RWJson::readIntFromJsonFile(file.path(), "fraction", 7), 7);
+    EXPECT_EQ(RWJson::readValuesFromJsonFile("/nonexistent/file", {"a", "b"}), (QStringList{"-1", "-1"}));
+}
+
+TEST(SettingsFile, writingMakesAFileThatIsMissing)
+{
+    const QTemporaryDir directory;
+    const QString path = directory.filePath("new.json");
+    EXPECT_TRUE(RWJson::writeToJsonFile(path, "a", "b"));
+    EXPECT_EQ(RWJson::readFromJsonFile(path, "a"), "b");
+}
+
+TEST(SettingsFile, whatIsNoRegularFileIsNotOpened)
+{
+    const QTemporaryDir directory;
+    const QString pipe = directory.filePath("pipe");
+    ASSERT_EQ(mkfifo(pipe.toUtf8().constData(), 0600), 0);
+    EXPECT_TRUE(RWJson::readFromJsonFile(pipe, "a").isNull());
+    EXPECT_FALSE(RWJson::writeToJsonFile(pipe, "a", "b"));
+    EXPECT_TRUE(RWJson::readFromJsonFile("/dev/zero", "a").isNull());
+    EXPECT_TRUE(RWJson::readFromJsonFile(directory.path(), "a").isNull());
 }
 
 TEST(SettingsFile, sayWhenAFileCannotBeWritten)

@@ -114,6 +114,49 @@ TEST_F(Scheduler, aSuspendedPublicationKeepsItsTimerAndPublishesNothing)
     }));
 }
 
+TEST_F(Scheduler, aSuspensionBelongsToTheRowAndOutlivesItsPublication)
+{
+    addPublication(1, 5000);
+    run();
+    ASSERT_TRUE(scheduler.ChangePublicationPublishState(1, false));
+    m_publications.clear();
+    addPublication(2, 5000);
+    scheduler.SetPeriodicalPublications(m_publications);
+    EXPECT_FALSE(scheduler.m_ScheduledPublishers[0].m_PublishEnabled);
+}
+
+TEST_F(Scheduler, enablingBeginsNoNewPhase)
+{
+    addPublication(1, 60'000);
+    run();
+    scheduler.m_PublisherTimers[0].start(60'000);
+    std::this_thread::sleep_for(100ms);
+    scheduler.ChangePublicationPublishState(1, false);
+    scheduler.ChangePublicationPublishState(1, true);
+    EXPECT_LT(scheduler.m_PublisherTimers[0].remainingTime(), 59'950);
+}
+
+TEST_F(Scheduler, aTickLeavesAtOnceWhenTheProcessEnds)
+{
+    connectBroker();
+    addPublication(1, 5);
+    run();
+    const ProcessEndingUndone ending;
+    scheduler.m_ScheduledPublishers[0].ScheduledPublish();
+    ScheduledClientBroker row;
+    row.m_ClientBroker = &broker;
+    row.ScheduledConnect();
+    EXPECT_TRUE(FakeMqttClient::state().calls.empty());
+}
+
+TEST_F(Scheduler, startsNothingWhenTheProcessEnds)
+{
+    addPublication(1, 5);
+    const ProcessEndingUndone ending;
+    run();
+    EXPECT_FALSE(scheduler.m_PublisherTimers[0].isActive());
+}
+
 TEST_F(Scheduler, everyRowWithTheIdChangesItsState)
 {
     addPublication(1, 5000);
@@ -264,6 +307,15 @@ TEST_F(RetryRows, goOnWithoutALinkAndWithoutTraffic)
     timer().start(5);
     ASSERT_TRUE(comesTrue([this] { return FakeTagMemory::writesAt(BlockAddress).size() >= 3; }));
     EXPECT_TRUE(FakeMqttClient::state().calls.empty());
+    EXPECT_TRUE(timer().isActive());
+}
+
+TEST_F(RetryRows, aRowThatNeverRanIsLeftAlone)
+{
+    QList<ClientBroker*> brokers{&broker};
+    scheduler.SetPeriodicConnectAttempt(brokers);
+    timer().start(60'000);
+    scheduler.StopScheduler();
     EXPECT_TRUE(timer().isActive());
 }
 

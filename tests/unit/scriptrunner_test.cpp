@@ -2,10 +2,19 @@
 #include "Utils/scriptrunner.h"
 
 #include <QElapsedTimer>
+#include <sys/resource.h>
 
 namespace {
 
 using namespace std::chrono_literals;
+
+// Of this process, in kB.
+long peakMemory()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
 
 TEST(ScriptRunner, returnsStandardOutput)
 {
@@ -21,6 +30,32 @@ TEST(ScriptRunner, hasNoAnswerFromAProgramThatIsNotThere)
 {
     EXPECT_FALSE(ScriptRunner::run("/nonexistent/program", {}, 10s));
     EXPECT_FALSE(ScriptRunner::runCommandLine("", 10s));
+}
+
+TEST(ScriptRunner, takesLargeOutputWhole)
+{
+    const auto output = ScriptRunner::run("/bin/sh", {"-c", "head -c 8000000 /dev/zero"}, 30s);
+    ASSERT_TRUE(output);
+    EXPECT_EQ(output->size(), 8'000'000);
+}
+
+TEST(ScriptRunner, dropsWhatComesBehind16MiB)
+{
+    const auto output = ScriptRunner::run("/bin/sh", {"-c", "head -c 20000000 /dev/zero"}, 30s);
+    ASSERT_TRUE(output);
+    EXPECT_EQ(output->size(), 16 << 20);
+}
+
+TEST(ScriptRunner, anEndlessAnswerOfBothKindsTakesNoMemory)
+{
+    const auto before = peakMemory();
+    EXPECT_FALSE(ScriptRunner::run("/bin/sh", {"-c", "yes >&2 & yes"}, 2s));
+    EXPECT_LT(peakMemory() - before, 100'000); // kB
+}
+
+TEST(ScriptRunner, waitsForAProgramThatSaysNothingMore)
+{
+    EXPECT_EQ(ScriptRunner::run("/bin/sh", {"-c", "echo a; exec >&-; sleep 0.3; exit"}, 10s), QByteArray("a\n"));
 }
 
 TEST(ScriptRunner, givesUpOnAProgramThatHangs)

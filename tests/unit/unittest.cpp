@@ -50,10 +50,14 @@ Bytes BrokerTest::statusBlock() const
 
 void resetSingletons()
 {
-    MQTTClientManager::m_instance = nullptr;
-    MQTTXmlParser::m_instance = nullptr;
-    MQTTStatusLogManager::m_instance = nullptr;
-    MQTTManagerServices::m_instance = nullptr;
+    const auto remove = [](auto*& instance) {
+        delete instance;
+        instance = nullptr;
+    };
+    remove(MQTTClientManager::m_instance);
+    remove(MQTTXmlParser::m_instance);
+    remove(MQTTStatusLogManager::m_instance);
+    remove(MQTTManagerServices::m_instance);
 }
 
 TestFile::TestFile(const QByteArray& content, const QString& name) : m_path(m_directory.filePath(name))

@@ -6,6 +6,7 @@
 #include "fakesleep.h"
 #include "faketagmemory.h"
 #include "logcapture.h"
+#include "processending.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -38,8 +39,18 @@ protected:
     static constexpr unsigned BlockAddress = 100;
 };
 
-// Forgets the service's singletons, for tests that look at what their construction does.
+// Deletes the service's singletons, for tests that look at what their construction does.
 void resetSingletons();
+
+// Lets the process end while it lives, as the clean-up thread would.
+class ProcessEndingUndone
+{
+public:
+    ProcessEndingUndone() { ProcessEnding::begin(); }
+    ~ProcessEndingUndone() { ProcessEnding::s_hasBegun = false; }
+    ProcessEndingUndone(const ProcessEndingUndone&) = delete;
+    ProcessEndingUndone& operator=(const ProcessEndingUndone&) = delete;
+};
 
 // Writes a file into a directory that lives as long as the object, and returns its path.
 class TestFile

@@ -4,6 +4,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -80,13 +81,39 @@ TEST_F(DocumentReader, nestingBehindAMistakeThatIsAcceptedIsSeen)
     EXPECT_EQ(read("<r xmlns:p='' p:x='1' q:y='2'>" + nested(100'000) + "</r>"), Outcome::InvalidContent);
 }
 
+// Entities and content models can take any amount of time, memory and stack.
+TEST_F(DocumentReader, aDocumentTypeWithDeclarationsIsInvalid)
+{
+    const LogCapture log;
+    EXPECT_EQ(read("<!DOCTYPE r [<!ENTITY a 'b'>]><r/>"), Outcome::InvalidContent);
+    EXPECT_THAT(log.lines(),
+                testing::ElementsAre("ERROR invalid content due to a document type with declarations of its "
+                                     "own (line=1 | column=1)"));
+}
+
+TEST_F(DocumentReader, declarationsAreFoundWhateverStandsAheadOfThem)
+{
+    const QByteArray subset = " [<!ENTITY a 'b'>]><r/>";
+    EXPECT_EQ(read("\xEF\xBB\xBF<?xml version='1.0'?>\n<!-- > [ ' --><?p ?> <!DOCTYPE r" + subset),
+              Outcome::InvalidContent);
+    EXPECT_EQ(read("<!DOCTYPE r SYSTEM '>'" + subset), Outcome::InvalidContent);
+    EXPECT_EQ(read("<!DOCTYPE r PUBLIC \"'>\" \">\"" + subset), Outcome::InvalidContent);
+    const QString wide = QChar(QChar::ByteOrderMark) + QString("<!DOCTYPE r [<!ENTITY a 'b'>]><r/>");
+    EXPECT_EQ(read(QByteArray(reinterpret_cast<const char*>(wide.utf16()), wide.size() * 2)), Outcome::InvalidContent);
+}
+
+TEST_F(DocumentReader, aBareDocumentTypeIsFine)
+{
+    EXPECT_EQ(read("<?xml version='1.0'?><!DOCTYPE r><r/>"), Outcome::Read);
+    EXPECT_EQ(read("<!DOCTYPE r SYSTEM '[a].dtd'><r a='[!DOCTYPE r ['/>"), Outcome::Read);
+    EXPECT_EQ(read("<!-- <!DOCTYPE r [ --><r/>"), Outcome::Read);
+}
+
 TEST_F(DocumentReader, anEntityBombEndsQuickly)
 {
     QByteArray content = "<!DOCTYPE r [<!ENTITY e0 'xxxxxxxxxx'>";
-    for (int i = 1; i < 30; ++i) {
-        const QByteArray before = "&e" + QByteArray::number(i - 1) + ";";
-        content += "<!ENTITY e" + QByteArray::number(i) + " '" + before.repeated(10) + "'>";
-    }
+    for (int i = 1; i < 50'000; ++i)
+        content += "<!ENTITY e" + QByteArray::number(i) + " '&e" + QByteArray::number(i - 1) + ";&e0;'>";
     content += "]><r>&e29;</r>";
     QElapsedTimer timer;
     timer.start();
@@ -94,9 +121,30 @@ TEST_F(DocumentReader, anEntityBombEndsQuickly)
     EXPECT_LT(timer.elapsed(), 5000);
 }
 
-TEST_F(DocumentReader, anEntityThatHoldsItselfIsInvalid)
+TEST_F(DocumentReader, aDeepContentModelDoesNotHurt)
 {
-    EXPECT_EQ(read("<!DOCTYPE r [<!ENTITY a '&b;'><!ENTITY b '&a;'>]><r>&a;</r>"), Outcome::InvalidContent);
+    const QByteArray model = QByteArray("(").repeated(200'000) + "b" + QByteArray(")").repeated(200'000);
+    EXPECT_EQ(read("<!DOCTYPE r [<!ELEMENT a " + model + ">]><r/>"), Outcome::InvalidContent);
+}
+
+TEST_F(DocumentReader, fiftyThousandElementsAreTheMost)
+{
+    const QByteArray list = QByteArray("<a/>").repeated(49'999);
+    EXPECT_EQ(read("<r>" + list + "</r>"), Outcome::Read);
+    const LogCapture log;
+    EXPECT_EQ(read("<r>" + list + "<a/></r>"), Outcome::InvalidContent);
+    EXPECT_THAT(log.lines(),
+                testing::ElementsAre(testing::StartsWith("ERROR invalid content due to more than 50000 elements")));
+}
+
+TEST_F(DocumentReader, aHugeFileIsNotRead)
+{
+    const TestFile file("");
+    ASSERT_EQ(truncate(file.path().toUtf8().constData(), qint64{1} << 40), 0);
+    const LogCapture log;
+    EXPECT_EQ(XmlDocumentReader::read(file.path(), document), Outcome::InvalidContent);
+    EXPECT_THAT(log.lines(),
+                testing::ElementsAre(testing::StartsWith("ERROR invalid content due to a size above 16777216 bytes")));
 }
 
 } // namespace
