@@ -87,6 +87,6 @@ public:
 
 private:
     void tieToBroker(MQTTCallerBase& caller);
-    void registerTags();
+    void collectOperands();
     void unregisterTags();
 };

@@ -58,14 +58,20 @@ bool MQTTClientManager::ManageTagsRegistration()
 {
     // Set ahead of the first look at the process's end: unregisterTags waits for it after the end has begun.
     m_isRegistering = true;
-    registerTags();
+    PLOG_DEBUG << "FIRED";
+    collectOperands();
+    int next = 0;
+    do {
+        next = HandleRcRegister(next);
+        ++m_numOfRegistrations;
+    } while (next < m_operands.size() && !ProcessEnding::hasBegun());
+    PLOG_DEBUG << QString("m_numOfRegistrations:%1, END").arg(m_numOfRegistrations);
     m_isRegistering = false;
     return true;
 }
 
-void MQTTClientManager::registerTags()
+void MQTTClientManager::collectOperands()
 {
-    PLOG_DEBUG << "FIRED";
     m_operands.clear();
     OperandCollector collector(m_operands);
     for (const Publisher& publication : qAsConst(m_publications))
@@ -76,13 +82,6 @@ void MQTTClientManager::registerTags()
     }
     for (const unsigned int address : LinkStatePositions)
         collector.addAlways(1, address);
-
-    int next = 0;
-    do {
-        next = HandleRcRegister(next);
-        ++m_numOfRegistrations;
-    } while (next < m_operands.size() && !ProcessEnding::hasBegun());
-    PLOG_DEBUG << QString("m_numOfRegistrations:%1, END").arg(m_numOfRegistrations);
 }
 
 int MQTTClientManager::HandleRcRegister(int iOperand)

@@ -1,0 +1,227 @@
+"""The controller around the service: its files, scripts, request queue and tag memory, and the service's process."""
+
+import contextlib
+import ctypes
+import json
+import os
+import pathlib
+import resource
+import signal
+import subprocess
+import time
+
+from support import build, configuration, csvlog, records, tags
+from support.waiting import wait_until
+
+SCRIPTS = pathlib.Path("/VEL/System/Config/Scripts")
+CLOCK_SCRIPT = SCRIPTS / "ValidateSystemTimeIsSet.sh"
+SERIAL_SCRIPT = SCRIPTS / "PYGetPLCSerial.py"
+MAC_SCRIPT = SCRIPTS / "ManageMac.sh"
+SETTINGS_FILE = pathlib.Path("/VEL/System/Config/RetainedConfig/SystemRegistry/PlcSettings.json")
+
+STANDARD_OUTPUT = pathlib.Path("/tmp/service.out")
+STANDARD_ERROR = pathlib.Path("/tmp/service.err")
+CLIENT_LIBRARY_CALLS = pathlib.Path("/tmp/client-library-calls.jsonl")
+
+QUEUE = b"/MQTTQueue"
+QUEUE_MESSAGES = 10
+QUEUE_MESSAGE_SIZE = 1500
+
+VERBOSE = ("-verbose", "true")
+
+
+class Device:
+    """A controller that is ready for the service: link up, clock set, queue there, plain identity."""
+
+    def __init__(self):
+        self.tags = tags.TagMemory()
+        self.tags.set_link()
+        self.service = None
+        SCRIPTS.mkdir(parents=True, exist_ok=True)
+        self.script(CLOCK_SCRIPT, "echo 1")
+        self.script(SERIAL_SCRIPT, 'print("SN123")', interpreter="/usr/bin/python3")
+        self.script(MAC_SCRIPT, "echo 02:00:00:00:00:01")
+        self.settings({"plcName": "press"})
+        create_queue()
+
+    def script(self, path, body, interpreter="/bin/sh"):
+        path.write_text(f"#!{interpreter}\n{body}\n")
+        path.chmod(0o755)
+
+    def settings(self, content):
+        SETTINGS_FILE.parent.mkdir(parents=True, exist_ok=True)
+        SETTINGS_FILE.write_text(content if isinstance(content, str) else json.dumps(content))
+
+    def configure(self, brokers=None, publications=(), **addresses):
+        configuration.write([configuration.broker()] if brokers is None else brokers, publications, **addresses)
+
+    def start(self, *arguments, spy=False):
+        """Starts the service and returns at once. `spy` records its client library calls in client_library_calls()."""
+        self.service = Service(arguments, spy)
+        return self.service
+
+    def run(self, *arguments, **options):
+        """Starts the service and waits until it is up: the status in tag memory says so."""
+        service = self.start(*arguments, **options)
+        wait_until(
+            lambda: self.status() in (records.RUNNING, records.TIME_NOT_SET) or service.has_ended(),
+            lambda: f"the service to run; status {self.status()}",
+            timeout=20,
+        )
+        assert not service.has_ended(), "the service ended instead of running"
+        return service
+
+    def run_to_its_end(self, *arguments, timeout=20, **options):
+        """Starts the service, which should end by itself, and returns its wait status."""
+        return self.start(*arguments, **options).wait(timeout)
+
+    def status(self):
+        return self.tags.general(configuration.GENERAL_AT).status
+
+    def general(self):
+        return self.tags.general(configuration.GENERAL_AT)
+
+    def statistics(self):
+        return self.tags.statistics(configuration.STATISTICS_AT)
+
+    def broker(self, identifier=1):
+        return self.tags.broker(configuration.broker_at(identifier))
+
+    def broker_history(self, identifier=1):
+        return self.tags.broker_history(configuration.broker_at(identifier))
+
+    def wait_connected(self, identifier=1, timeout=10.0):
+        wait_until(
+            lambda: self.broker(identifier).connected == 1,
+            lambda: f"broker {identifier} to be connected; it stands at {self.broker(identifier)}",
+            timeout,
+        )
+
+    def wait_code(self, code, identifier=1, timeout=10.0):
+        wait_until(
+            lambda: self.broker(identifier).code == code,
+            lambda: f"code {code} of broker {identifier}; it stands at {self.broker(identifier)}",
+            timeout,
+        )
+
+    def close(self):
+        if self.service:
+            self.service.kill()
+        self.tags.close()
+
+
+class Service:
+    """The service's process. What it prints goes to files, so that it never waits for a reader."""
+
+    def __init__(self, arguments, spy):
+        with STANDARD_OUTPUT.open("wb") as output, STANDARD_ERROR.open("wb") as error:
+            self._process = subprocess.Popen(
+                [str(build.SERVICE), *arguments],
+                stdin=subprocess.DEVNULL,
+                stdout=output,
+                stderr=error,
+                env=environment(spy),
+                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_CORE, (0, 0)),
+            )
+        self.pid = self._process.pid
+        self._wait_status = None
+        self.peak_memory = None  # bytes, once it has ended
+
+    def _reap(self, flags=os.WNOHANG):
+        if self._wait_status is None:
+            pid, status, usage = os.wait4(self.pid, flags)
+            if pid:
+                self._wait_status = status
+                self.peak_memory = usage.ru_maxrss * 1024
+                self._process.returncode = os.waitstatus_to_exitcode(status)
+
+    def has_ended(self):
+        self._reap()
+        return self._wait_status is not None
+
+    def wait(self, timeout=20):
+        """The wait status, as waitpid gives it."""
+        wait_until(self.has_ended, "the service to end", timeout)
+        return self._wait_status
+
+    def signal(self, number):
+        os.kill(self.pid, number)
+
+    def stop(self):
+        """Ends it in the orderly way and returns its wait status."""
+        self.signal(signal.SIGTERM)
+        return self.wait()
+
+    def kill(self):
+        if not self.has_ended():
+            self.signal(signal.SIGKILL)
+            self.wait()
+
+    def processor_seconds(self):
+        fields = pathlib.Path(f"/proc/{self.pid}/stat").read_text().rpartition(")")[2].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def open_files(self):
+        return len(os.listdir(f"/proc/{self.pid}/fd"))
+
+
+def environment(spy):
+    variables = {key: value for key, value in os.environ.items() if not key.startswith("PYTEST")}
+    variables["ASAN_OPTIONS"] = "detect_stack_use_after_return=1:verify_asan_link_order=0:abort_on_error=0:exitcode=99"
+    if spy:
+        assert build.CLIENT_LIBRARY_SPY.exists(), "build the target 'pahospy' first"
+        variables["LD_PRELOAD"] = str(build.CLIENT_LIBRARY_SPY)
+        variables["PAHO_SPY"] = str(CLIENT_LIBRARY_CALLS)
+    return variables
+
+
+def died_of(wait_status):
+    """The signal that a process died of, or None for one that exited."""
+    return os.WTERMSIG(wait_status) if os.WIFSIGNALED(wait_status) else None
+
+
+def exit_status(wait_status):
+    return os.WEXITSTATUS(wait_status) if os.WIFEXITED(wait_status) else None
+
+
+def client_library_calls(function=None):
+    """The recorded calls in order, each a dict with "function", its arguments and "result"."""
+    if not CLIENT_LIBRARY_CALLS.exists():
+        return []
+    calls = [json.loads(line) for line in CLIENT_LIBRARY_CALLS.read_text().splitlines()]
+    return [call for call in calls if function in (None, call["function"])]
+
+
+def create_queue():
+    """The runtime's request queue. The standard library has no message queues, the C library has."""
+    library = ctypes.CDLL(None, use_errno=True)
+    attributes = (ctypes.c_long * 8)(0, QUEUE_MESSAGES, QUEUE_MESSAGE_SIZE)
+    descriptor = library.mq_open(QUEUE, os.O_CREAT | os.O_RDWR, 0o666, attributes)
+    assert descriptor >= 0, os.strerror(ctypes.get_errno())
+    os.close(descriptor)
+
+
+def sanitizer_findings():
+    text = STANDARD_ERROR.read_text(errors="replace") if STANDARD_ERROR.exists() else ""
+    return text if any(finding in text for finding in build.SANITIZER_FINDINGS) else ""
+
+
+def traces():
+    """What helps to understand a failure: the ends of what the service wrote."""
+    parts = []
+    for title, file in (("standard error", STANDARD_ERROR), ("log", csvlog.FILE)):
+        with contextlib.suppress(OSError):
+            text = file.read_text(errors="replace")
+            parts.append((f"service's {title}, last part", text[-3000:]))
+    return parts
+
+
+def kill_softly(process, patience=5.0):
+    """Ends a helper process that a test started."""
+    process.terminate()
+    deadline = time.monotonic() + patience
+    while process.poll() is None and time.monotonic() < deadline:
+        time.sleep(0.02)
+    if process.poll() is None:
+        process.kill()
+    process.wait()

@@ -1,0 +1,127 @@
+"""A real mosquitto, configured and run for one test, and a listening client of it."""
+
+import pathlib
+import re
+import subprocess
+import time
+from typing import NamedTuple
+
+import paho.mqtt.client
+
+from support import device
+from support.waiting import wait_until
+
+PLAIN_PORT = 1883
+TLS_PORT = 8883
+
+
+class Mosquitto:
+    """Listens on `port` at once. `tls` is a certs.Server, and then nothing older than TLS 1.3 is spoken;
+    `client_authority` is the CA file that clients' certificates must prove; `users` maps names to passwords."""
+
+    def __init__(self, port=PLAIN_PORT, tls=None, client_authority=None, users=None):
+        self.port = port
+        self._directory = pathlib.Path(f"/tmp/mosquitto-{port}")
+        self._directory.mkdir(exist_ok=True)
+        self._log = self._directory / "log"
+        self._process = None
+        # A second, plain listener lets tests look on without a certificate or a password.
+        self.watch_port = port + 10000
+        lines = [
+            "user root",
+            "per_listener_settings true",
+            f"log_dest file {self._log}",
+            "log_type all",
+            "connection_messages true",
+            f"listener {self.watch_port} 127.0.0.1",
+            "allow_anonymous true",
+            f"listener {port} 127.0.0.1",
+            f"allow_anonymous {'false' if users else 'true'}",
+        ]
+        if users:
+            lines.append(f"password_file {self._write_passwords(users)}")
+        if tls:
+            lines += [f"certfile {tls.certificate}", f"keyfile {tls.key}", "tls_version tlsv1.3"]
+            lines.append(f"cafile {client_authority or tls.authority}")
+            lines.append(f"require_certificate {'true' if client_authority else 'false'}")
+        self._configuration = self._directory / "mosquitto.conf"
+        self._configuration.write_text("\n".join(lines) + "\n")
+        self.start()
+
+    def _write_passwords(self, users):
+        file = self._directory / "passwords"
+        file.touch(mode=0o600)
+        for name, password in users.items():
+            subprocess.run(["mosquitto_passwd", "-b", str(file), name, password], check=True, capture_output=True)
+        return file
+
+    def start(self):
+        starts = self._starts_logged()
+        self._process = subprocess.Popen(
+            ["/usr/sbin/mosquitto", "-c", str(self._configuration)],
+            stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL,
+            stderr=(self._directory / "stderr").open("wb"),
+        )
+        # Its ports are open before its certificates are read.
+        wait_until(lambda: self._starts_logged() > starts or self._process.poll() is not None, "mosquitto to run")
+        assert self._process.poll() is None, (self._directory / "stderr").read_text() + self.log()
+
+    def _starts_logged(self):
+        return len(re.findall(r"mosquitto version \S+ running", self.log()))
+
+    def stop(self):
+        if self._process:
+            device.kill_softly(self._process)
+            self._process = None
+
+    def log(self):
+        return self._log.read_text(errors="replace") if self._log.exists() else ""
+
+    def logged(self, pattern):
+        return re.search(pattern, self.log())
+
+
+class Received(NamedTuple):
+    topic: str
+    payload: bytes
+    qos: int
+    retain: bool
+    time: float
+
+
+class Listener:
+    """Subscribes to everything at QoS 2 and keeps all that arrives."""
+
+    def __init__(self, port, topics="#"):
+        self.received = []
+        self._subscribed = False
+        self._client = paho.mqtt.client.Client(client_id=f"listener-{port}")
+        self._client.on_subscribe = self._on_subscribe
+        self._client.on_message = self._on_message
+        self._client.connect("127.0.0.1", port)
+        self._client.subscribe(topics, qos=2)
+        self._client.loop_start()
+        wait_until(lambda: self._subscribed, "the listener's subscription")
+
+    def _on_subscribe(self, *_):
+        self._subscribed = True
+
+    def _on_message(self, _client, _context, message):
+        self.received.append(Received(message.topic, message.payload, message.qos, message.retain, time.monotonic()))
+
+    def on(self, topic):
+        return [message for message in self.received if message.topic == topic]
+
+    def wait_for(self, topic, count=1, timeout=10.0):
+        """The first `count` messages on `topic`."""
+        wait_until(
+            lambda: len(self.on(topic)) >= count,
+            lambda: f"{count} messages on '{topic}'; {len(self.received)} of all topics came",
+            timeout,
+        )
+        return self.on(topic)[:count]
+
+    def close(self):
+        self._client.disconnect()
+        self._client.loop_stop()

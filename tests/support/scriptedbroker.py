@@ -1,0 +1,240 @@
+"""An MQTT 3.1.1 broker that misbehaves on demand, where a real one can't be made to.
+
+It decodes what clients send, keeps it for comparison, and answers as its attributes say at that moment.
+"""
+
+import contextlib
+import socket
+import ssl
+import struct
+import threading
+import time
+from typing import NamedTuple, Optional
+
+CONNECT, CONNACK, PUBLISH, PUBACK, PUBREC, PUBREL, PUBCOMP = range(1, 8)
+SUBSCRIBE, SUBACK, UNSUBSCRIBE, UNSUBACK, PINGREQ, PINGRESP, DISCONNECT = range(8, 15)
+
+
+class Will(NamedTuple):
+    topic: str
+    message: bytes
+    qos: int
+    retain: bool
+
+
+class Connect(NamedTuple):
+    protocol: str
+    level: int  # 4 is MQTT 3.1.1, 3 is MQTT 3.1
+    client_id: str
+    clean_session: bool
+    keep_alive: int
+    will: Optional[Will]
+    user: Optional[str]
+    password: Optional[str]
+    time: float
+
+
+class Publish(NamedTuple):
+    topic: str
+    payload: bytes
+    qos: int
+    retain: bool
+    duplicate: bool
+    identifier: int
+    time: float
+
+
+class ScriptedBroker:
+    def __init__(self, port=1883, tls=None):
+        # What it answers; may be changed at any time.
+        self.refuse = 0  # return code of CONNACK
+        self.session_present = False
+        self.silent = False  # accepts connections and never answers
+        self.hang_up = False  # closes instead of CONNACK
+        self.acknowledge = True  # publications at QoS 1 and 2
+        self.cut_publish_answer = False  # half an acknowledgement, then the connection is closed
+
+        # What came in.
+        self.connections = 0
+        self.connects = []
+        self.publishes = []
+        self.disconnects = 0
+        self.closed = 0
+        self.ciphers = []  # (name, TLS version) of each handshake
+        self.errors = []  # handshakes that failed, packets that could not be read
+
+        self._tls = tls
+        self._unacknowledged = []
+        self._sockets = []
+        self._listener = socket.create_server(("127.0.0.1", port))
+        threading.Thread(target=self._accept, daemon=True).start()
+
+    def close(self):
+        self._listener.close()
+        self.drop_all()
+
+    def drop_all(self):
+        """Closes every connection without a word."""
+        for connection in self._sockets:
+            with contextlib.suppress(OSError):
+                connection.shutdown(socket.SHUT_RDWR)
+
+    def send_all(self, data):
+        """Sends these bytes on every connection, whatever they mean."""
+        for connection in self._sockets:
+            connection.sendall(data)
+
+    def acknowledge_now(self):
+        """Acknowledges from now on, and what has been waiting as well."""
+        self.acknowledge = True
+        waiting, self._unacknowledged = self._unacknowledged, []
+        for connection, publish in waiting:
+            with contextlib.suppress(OSError):
+                self._answer_publish(connection, publish)
+
+    def on(self, topic):
+        return [publish for publish in self.publishes if publish.topic == topic]
+
+    def _accept(self):
+        with contextlib.suppress(OSError):
+            while True:
+                connection, _ = self._listener.accept()
+                self.connections += 1
+                self._sockets.append(connection)
+                threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
+
+    def _serve(self, connection):
+        try:
+            if self._tls:
+                connection = self._tls.wrap_socket(connection, server_side=True)
+                self.ciphers.append(connection.cipher()[:2])
+            while self.silent:
+                if not connection.recv(4096):
+                    return
+            while packet := self._read_packet(connection):
+                if not self._handle(connection, *packet):
+                    return
+        except (OSError, ssl.SSLError) as error:
+            self.errors.append(str(error))
+        finally:
+            self.closed += 1
+            connection.close()
+
+    def _read_packet(self, connection):
+        head = connection.recv(1)
+        if not head:
+            return None
+        length = shift = 0
+        while True:
+            byte = self._read(connection, 1)[0]
+            length |= (byte & 0x7F) << shift
+            shift += 7
+            if not byte & 0x80:
+                return head[0] >> 4, head[0] & 0x0F, self._read(connection, length)
+
+    @staticmethod
+    def _read(connection, size):
+        data = b""
+        while len(data) < size:
+            part = connection.recv(size - len(data))
+            if not part:
+                raise ConnectionError("closed in mid-packet")
+            data += part
+        return data
+
+    def _handle(self, connection, kind, flags, body):
+        if kind == CONNECT:
+            self.connects.append(decode_connect(body))
+            if self.hang_up:
+                return False
+            connection.sendall(bytes([CONNACK << 4, 2, int(self.session_present), self.refuse]))
+            return self.refuse == 0
+        if kind == PUBLISH:
+            publish = decode_publish(flags, body)
+            self.publishes.append(publish)
+            return self._on_publish(connection, publish)
+        if kind == PUBREL:
+            self._send_short(connection, PUBCOMP, body)
+        elif kind == PINGREQ:
+            connection.sendall(bytes([PINGRESP << 4, 0]))
+        elif kind == SUBSCRIBE:
+            connection.sendall(bytes([SUBACK << 4, 3]) + body[:2] + b"\0")
+        elif kind == UNSUBSCRIBE:
+            self._send_short(connection, UNSUBACK, body)
+        elif kind == DISCONNECT:
+            self.disconnects += 1
+            return False
+        return True
+
+    def _on_publish(self, connection, publish):
+        if publish.qos == 0:
+            return True
+        if self.cut_publish_answer:
+            connection.sendall(bytes([PUBACK << 4]))
+            return False
+        if self.acknowledge:
+            self._answer_publish(connection, publish)
+        else:
+            self._unacknowledged.append((connection, publish))
+        return True
+
+    def _answer_publish(self, connection, publish):
+        kind = PUBACK if publish.qos == 1 else PUBREC
+        self._send_short(connection, kind, struct.pack(">H", publish.identifier))
+
+    @staticmethod
+    def _send_short(connection, kind, body):
+        connection.sendall(bytes([kind << 4, 2]) + body[:2])
+
+
+class _Reader:
+    def __init__(self, data):
+        self.data = data
+
+    def take(self, size):
+        part, self.data = self.data[:size], self.data[size:]
+        return part
+
+    def number(self, size=2):
+        return int.from_bytes(self.take(size), "big")
+
+    def block(self):
+        return self.take(self.number())
+
+    def text(self):
+        return self.block().decode()
+
+
+def decode_connect(body):
+    reader = _Reader(body)
+    protocol, level, flags, keep_alive = reader.text(), reader.number(1), reader.number(1), reader.number()
+    client_id = reader.text()
+    will = None
+    if flags & 0x04:
+        will = Will(reader.text(), reader.block(), flags >> 3 & 3, bool(flags & 0x20))
+    user = reader.text() if flags & 0x80 else None
+    password = reader.text() if flags & 0x40 else None
+    return Connect(protocol, level, client_id, bool(flags & 0x02), keep_alive, will, user, password, time.monotonic())
+
+
+def decode_publish(flags, body):
+    reader = _Reader(body)
+    topic, qos = reader.text(), flags >> 1 & 3
+    identifier = reader.number() if qos else 0
+    return Publish(topic, reader.data, qos, bool(flags & 1), bool(flags & 8), identifier, time.monotonic())
+
+
+def tls_context(server):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(server.certificate, server.key)
+    return context
+
+
+def tls12_context(server, ciphers, dh_parameters=None):
+    """A listener that knows nothing newer than TLS 1.2. Without parameters it can't do DHE."""
+    context = tls_context(server)
+    context.maximum_version = ssl.TLSVersion.TLSv1_2
+    context.set_ciphers(ciphers)
+    if dh_parameters:
+        context.load_dh_params(dh_parameters)
+    return context

@@ -1,0 +1,176 @@
+"""How the service dies: of the signal that it got, with its teardown done."""
+
+import pathlib
+import signal
+
+import pytest
+
+from support import configuration, csvlog, records
+from support.device import CLOCK_SCRIPT, MAC_SCRIPT, STANDARD_ERROR, VERBOSE, died_of
+from support.waiting import holds_for, wait_until
+
+TERMINATION_SIGNALS = [
+    signal.SIGINT,
+    signal.SIGQUIT,
+    signal.SIGILL,
+    signal.SIGABRT,
+    signal.SIGFPE,
+    signal.SIGALRM,
+    signal.SIGTERM,
+]
+TEARDOWN_SECONDS = 8
+
+SCRIPT_STARTED = pathlib.Path("/tmp/script-started")
+HANGING_SCRIPT = f"touch {SCRIPT_STARTED}; exec sleep 60"
+
+
+def each_signal(test):
+    return pytest.mark.parametrize("number", TERMINATION_SIGNALS, ids=lambda number: number.name)(test)
+
+
+@each_signal
+def test_idle_service_dies_of_the_signal_after_its_teardown(device, mosquitto, number):
+    mosquitto()
+    device.configure(publications=[configuration.publication(PeriodicInterval=-1)])
+    service = device.run(*VERBOSE)
+    assert len(device.tags.registrations()) == 1
+    service.signal(number)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == number
+    assert device.tags.registrations() == {}
+    messages = csvlog.messages()
+    assert messages.index("START (isInitDone? (1))") < messages.index("END")
+
+
+@each_signal
+def test_service_at_full_load_dies_of_the_signal_after_its_teardown(device, mosquitto, number):
+    mosquitto()
+    device.configure(publications=[configuration.publication(n, PeriodicInterval=10) for n in range(1, 301)])
+    service = device.run()
+    wait_until(lambda: device.statistics().sent > 300, "publications to flow")
+    service.signal(number)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == number
+    assert device.tags.registrations() == {}
+
+
+@each_signal
+def test_service_under_acknowledged_load_dies_of_the_signal(device, mosquitto, number):
+    mosquitto()
+    device.configure(
+        publications=[
+            configuration.publication(
+                n, PeriodicInterval=10, QOS=n % 3, BrokerReceivedAddr=configuration.acknowledgement_at(n)
+            )
+            for n in range(1, 61)
+        ]
+    )
+    service = device.run()
+    wait_until(lambda: device.statistics().acknowledged > 60, "acknowledgements to flow")
+    service.signal(number)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == number
+
+
+def test_every_registration_is_undone(device):
+    device.configure(
+        brokers=[configuration.broker(AutoConnect=0)],
+        publications=[configuration.publication(n, PeriodicInterval=-1) for n in range(1, 401)],
+    )
+    service = device.run()
+    assert len(device.tags.registrations()) == 3
+    service.stop()
+    assert device.tags.registrations() == {}
+
+
+def test_second_signal_in_the_teardown_is_the_one_that_counts(device):
+    device.configure(brokers=[configuration.broker(AutoConnect=0)])
+    service = device.run(*VERBOSE)
+    service.signal(signal.SIGTERM)
+    wait_until(lambda: csvlog.has_message("START (isInitDone? (1))"), "the teardown to begin")
+    service.signal(signal.SIGINT)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == signal.SIGINT
+    assert csvlog.messages().count("START (isInitDone? (1))") == 1
+
+
+def test_broken_pipe_signal_is_told_and_survived(device, mosquitto):
+    mosquitto()
+    device.configure(publications=[configuration.publication(PeriodicInterval=20)])
+    service = device.run()
+    service.signal(signal.SIGPIPE)
+    line = "MQTT SIGPIPESignalHandler:Catch signal 13\n"
+    wait_until(lambda: line in STANDARD_ERROR.read_text(), "the line on standard error")
+    sent = device.statistics().sent
+    wait_until(lambda: device.statistics().sent > sent + 10, "publications to go on")
+    assert not service.has_ended()
+
+
+def test_broken_pipe_signal_is_told_each_time(device):
+    device.configure(brokers=[configuration.broker(AutoConnect=0)])
+    service = device.run()
+    for count in (1, 2, 3):
+        service.signal(signal.SIGPIPE)
+        wait_until(lambda: STANDARD_ERROR.read_text().count("Catch signal 13\n") == count, f"line {count}")
+
+
+@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGUSR1], ids=lambda number: number.name)
+def test_other_signals_keep_their_default(device, number):
+    device.configure(brokers=[configuration.broker(AutoConnect=0)])
+    service = device.run(*VERBOSE)
+    service.signal(number)
+    assert died_of(service.wait(2)) == number
+    assert not csvlog.has_message("isInitDone?")
+
+
+def test_signal_while_the_files_are_read_kills_without_a_teardown(device):
+    device.script(MAC_SCRIPT, HANGING_SCRIPT)
+    device.configure(brokers=[configuration.broker(LastWillTopic="{PLC.MAC}")])
+    service = device.start(*VERBOSE)
+    wait_until(SCRIPT_STARTED.exists, "the script to run")
+    service.signal(signal.SIGTERM)
+    assert died_of(service.wait(2)) == signal.SIGTERM
+    assert not csvlog.has_message("isInitDone?")
+    assert device.tags.writes_made() == 0
+
+
+def test_signal_while_a_broker_keeps_the_start_waiting(device, scripted):
+    broker = scripted()
+    broker.silent = True
+    device.configure()
+    service = device.start()
+    wait_until(lambda: broker.connections, "the attempt")
+    service.signal(signal.SIGTERM)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == signal.SIGTERM
+    assert device.status() == records.STARTING
+
+
+def test_signal_while_the_clock_is_checked(device):
+    device.script(CLOCK_SCRIPT, HANGING_SCRIPT)
+    device.configure(brokers=[configuration.broker(AutoConnect=0)])
+    service = device.start()
+    wait_until(SCRIPT_STARTED.exists, "the script to run")
+    service.signal(signal.SIGTERM)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == signal.SIGTERM
+    assert device.status() == records.STARTING
+
+
+def test_death_closes_the_connection_without_a_farewell(device, scripted):
+    broker = scripted()
+    device.configure(publications=[configuration.publication(PeriodicInterval=20)])
+    service = device.run()
+    wait_until(lambda: broker.publishes, "publications")
+    assert died_of(service.stop()) == signal.SIGTERM
+    wait_until(lambda: broker.closed == broker.connections, "the connection to end")
+    assert broker.disconnects == 0
+
+
+def test_nothing_is_published_behind_the_beginning_of_the_teardown(device, scripted):
+    broker = scripted()
+    device.configure(publications=[configuration.publication(n, PeriodicInterval=10) for n in range(1, 101)])
+    service = device.run(*VERBOSE)
+    wait_until(lambda: len(broker.publishes) > 200, "publications")
+    service.signal(signal.SIGTERM)
+    wait_until(lambda: csvlog.has_message("START (isInitDone? (1))"), "the teardown to begin")
+    # What the main thread had begun may still come out; the second that the teardown takes is enough to see more.
+    settled = []
+    wait_until(lambda: settled.append(len(broker.publishes)) or settled[-10:].count(settled[-1]) == 10, "silence", 0.7)
+    count = len(broker.publishes)
+    holds_for(lambda: len(broker.publishes) == count, "the silence", 0.2)
+    service.wait(TEARDOWN_SECONDS)
