@@ -92,7 +92,13 @@ int arrive(MQTTClient handle, const std::string& topic, const std::string& paylo
     std::memcpy(topicName, topic.c_str(), topic.size() + 1);
     // As the library does: 0 unless the topic holds a zero byte.
     const int topicLength = topic.find('\0') == std::string::npos ? 0 : static_cast<int>(topic.size());
-    return client.arrived(client.context, topicName, topicLength, message);
+    const int consumed = client.arrived(client.context, topicName, topicLength, message);
+    if (consumed == 0) { // the library keeps the message, and drops it with the session
+        std::free(message->payload);
+        std::free(message);
+        std::free(topicName);
+    }
+    return consumed;
 }
 
 } // namespace FakeMqttClient
