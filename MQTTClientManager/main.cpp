@@ -1,6 +1,7 @@
 #include "logging.h"
 #include "mqttclientmanager.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -14,7 +15,8 @@ namespace {
 
 // The only link between signal context and the clean-up thread.
 sem_t LockSigSemaphore;
-volatile sig_atomic_t SignalNumber = 0;
+std::atomic<int> SignalNumber{0};
+static_assert(std::atomic<int>::is_always_lock_free); // a handler may store into it
 
 constexpr int TerminationSignals[] = {SIGINT, SIGQUIT, SIGILL, SIGABRT, SIGFPE, SIGALRM, SIGTERM};
 

@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 // The client library holds a lock of its own in some of these calls, and one thread of it serves all brokers: nothing
-// here may call back into it, but to free a message, or wait.
+// here may wait for long, or call back into it but to free a message.
 
 namespace {
 

@@ -95,8 +95,7 @@ void MQTTScheduler::StopScheduler()
     if (QThread::currentThread() == thread())
         stopTimers();
     else // a timer must be stopped by its own thread; when that one never gets to it, the process ends first
-        QMetaObject::invokeMethod(
-            this, [this] { stopTimers(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, &MQTTScheduler::stopTimers, Qt::QueuedConnection);
     // Also the grace for slots that are running: those that begin after the process began to end leave at once.
     std::this_thread::sleep_for(SettlingTime);
 }

@@ -37,7 +37,7 @@ def test_shows_each_publication_and_ends_by_itself(device):
 def test_without_a_terminal_it_ends_after_ten_seconds(device):
     done = run_demo(device)
     assert done.returncode == 0, done.stderr
-    assert done.stdout.count("tags of the controller") == 5
+    assert done.stdout.count("tags of the controller") in (4, 5)  # one every 2 s, drawn within a second or so
 
 
 def test_tells_why_when_the_service_does_not_start(device):

@@ -182,6 +182,15 @@ TEST_F(Finalizing, takesDownInOrder)
     EXPECT_EQ(manager().m_clientBrokers.at(1).m_State, PS_PAUSED);
 }
 
+TEST_F(Finalizing, tellsEverybodyThatTheProcessEnds)
+{
+    manager().Finalize();
+    EXPECT_TRUE(ProcessEnding::hasBegun());
+    const ProcessEndingUndone undone;
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    manager().m_scheduler = nullptr;
+}
+
 TEST_F(Finalizing, waitsForTheSchedulersSecondFirst)
 {
     finalize();

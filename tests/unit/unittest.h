@@ -42,7 +42,7 @@ protected:
 // Deletes the service's singletons, for tests that look at what their construction does.
 void resetSingletons();
 
-// Lets the process end while it lives, as the clean-up thread would.
+// Lets the process end while it lives, as the clean-up thread would, and go on after that.
 class ProcessEndingUndone
 {
 public:
