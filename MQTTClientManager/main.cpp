@@ -41,9 +41,7 @@ void SIGPIPESignalHandler(int number)
 
 void installHandler(int number, void (*handler)(int))
 {
-    struct sigaction action
-    {
-    };
+    struct sigaction action = {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART | SA_SIGINFO; // the handlers take the number only; the rest does no harm

@@ -65,7 +65,7 @@ int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTT
     // holds, this one included.
     std::optional<Turn> turn;
     if (CleanSessionFlag) {
-        turn.emplace(m_MessagesInUse, MessagePause, Turn::Clock::now() + messagePatience());
+        turn.emplace(m_MessagesInUse, MessagePause, messagePatience());
         if (!turn->isMine())
             return 0; // nothing was touched: the library keeps the message, or has dropped it with the session
     }

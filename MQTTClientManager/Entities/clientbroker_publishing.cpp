@@ -36,7 +36,7 @@ int ClientBroker::Publish(const QByteArray& topic, const void* payload, int payl
     // The library takes any number here; some of them would block every later publication of this broker for ever.
     if (qualityOfService < 0 || qualityOfService > 2)
         return MQTTCLIENT_BAD_QOS;
-    const Turn turn(m_Publishing, AcknowledgementPoll, Turn::Clock::now() + AcknowledgementPatience);
+    const Turn turn(m_Publishing, AcknowledgementPoll, AcknowledgementPatience);
     // The library allows one message in flight and waits for its acknowledgement in steps of 100 ms and without end.
     if (!turn.isMine() || !waitForAcknowledgements())
         return MQTTCLIENT_MAX_MESSAGES_INFLIGHT;

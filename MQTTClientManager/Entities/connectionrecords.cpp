@@ -35,9 +35,7 @@ QByteArray readWillMessage(const ClientBroker& broker)
 QByteArray certificatePath(const QString& path)
 {
     QByteArray name = path.toLatin1();
-    struct stat file
-    {
-    };
+    struct stat file = {};
     if (stat(name.constData(), &file) == 0 && !S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode))
         name += '/';
     return name;
