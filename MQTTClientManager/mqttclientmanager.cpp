@@ -132,8 +132,10 @@ StatusCodes MQTTClientManager::createMQTTClients()
     // The documents of the configuration files are gone and leave holes all over the heap: without them, what the
     // clients allocate lies close together, which publishing many topics a second feels.
     malloc_trim(0);
-    for (Publisher& publication : m_publications)
+    for (Publisher& publication : m_publications) {
+        publication.PrepareTopic();
         tieToBroker(publication);
+    }
 
     for (ClientBroker& broker : m_clientBrokers) {
         const int result = broker.CreateMQTTClient();

@@ -42,8 +42,7 @@ PublicationStatusCodes Publisher::publishTagBytes()
 
 PublicationStatusCodes Publisher::publishBuffer(int payloadLength)
 {
-    if (m_TopicUtf8.isNull())
-        m_TopicUtf8 = m_Topic.toUtf8();
+    PrepareTopic();
     MQTTClient_deliveryToken token = 0;
     const int result =
         m_cBroker->Publish(m_TopicUtf8, m_PublishBuffer.data(), payloadLength, m_QoS, m_RetainFlag, token);
@@ -59,6 +58,12 @@ PublicationStatusCodes Publisher::publishBuffer(int payloadLength)
     }
     std::fill_n(m_PublishBuffer.begin(), payloadLength, '\0');
     return static_cast<PublicationStatusCodes>(result);
+}
+
+void Publisher::PrepareTopic()
+{
+    if (m_TopicUtf8.isNull())
+        m_TopicUtf8 = m_Topic.toUtf8();
 }
 
 bool Publisher::isDeliveryTracked() const

@@ -25,6 +25,10 @@ public:
     // published now is lost, and the caller's next call sends the data of that moment.
     PublicationStatusCodes Publish();
 
+    // Forms the topic as the client library wants it, once. Publish does so as well; ahead of the first publication the
+    // topics of all come to lie side by side in memory.
+    void PrepareTopic();
+
     void DeliveryComplete(int token) override;
 
     // Writes the 516-byte configuration record; true when tag memory took it.
@@ -46,5 +50,5 @@ private:
     [[nodiscard]] PublicationStatusCodes publishBuffer(int payloadLength);
     [[nodiscard]] bool isDeliveryTracked() const;
 
-    QByteArray m_TopicUtf8; // m_Topic as the client library wants it; made by the first publication
+    QByteArray m_TopicUtf8; // m_Topic as the client library wants it; see PrepareTopic
 };
