@@ -129,11 +129,11 @@ TEST_F(Scheduler, enablingBeginsNoNewPhase)
 {
     addPublication(1, 60'000);
     run();
-    scheduler.m_PublisherTimers[0].start(60'000);
+    const int before = scheduler.m_PublisherTimers[0].remainingTime();
     std::this_thread::sleep_for(100ms);
     scheduler.ChangePublicationPublishState(1, false);
     scheduler.ChangePublicationPublishState(1, true);
-    EXPECT_LT(scheduler.m_PublisherTimers[0].remainingTime(), 59'950);
+    EXPECT_LE(scheduler.m_PublisherTimers[0].remainingTime(), before - 90);
 }
 
 TEST_F(Scheduler, aTickLeavesAtOnceWhenTheProcessEnds)
