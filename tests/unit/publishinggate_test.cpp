@@ -26,6 +26,20 @@ protected:
         };
     }
 
+    // Publishes, and lets the message before be acknowledged a little later: how many were published until then.
+    std::size_t publishedAheadOfAcknowledgement(int qos)
+    {
+        std::size_t published = 0;
+        std::thread library([&] {
+            std::this_thread::sleep_for(50ms);
+            published = publishes();
+            FakeMqttClient::deliver(broker.m_MQTTClient, 1);
+        });
+        EXPECT_EQ(publish(qos), 0);
+        library.join();
+        return published;
+    }
+
     MQTTClient_deliveryToken m_token = 0;
 };
 
@@ -65,15 +79,7 @@ TEST_F(PublishingGate, anAcknowledgementThatComesBeforeTheCallReturnsOpensTheGat
 TEST_F(PublishingGate, theNextMessageWaitsForTheAcknowledgement)
 {
     EXPECT_EQ(publish(1), 0);
-    std::size_t publishedBefore = 0;
-    std::thread library([&] {
-        std::this_thread::sleep_for(100ms);
-        publishedBefore = publishes();
-        FakeMqttClient::deliver(broker.m_MQTTClient, 1);
-    });
-    EXPECT_EQ(publish(0), 0); // one without acknowledgement waits as well
-    library.join();
-    EXPECT_EQ(publishedBefore, 1U);
+    EXPECT_EQ(publishedAheadOfAcknowledgement(0), 1U); // one without acknowledgement waits as well
     EXPECT_EQ(publishes(), 2U);
 }
 
@@ -116,15 +122,7 @@ TEST_F(PublishingGate, aKeptSessionStillAwaitsWhatTheLibrarySendsAgain)
     FakeMqttClient::loseConnection(broker.m_MQTTClient);
     FakeMqttClient::state().pendingTokens = {1};
     EXPECT_EQ(broker.Connect(), CB_OK);
-    std::size_t publishedBefore = 0;
-    std::thread library([&] {
-        std::this_thread::sleep_for(50ms);
-        publishedBefore = publishes();
-        FakeMqttClient::deliver(broker.m_MQTTClient, 1);
-    });
-    EXPECT_EQ(publish(1), 0);
-    library.join();
-    EXPECT_EQ(publishedBefore, 1U);
+    EXPECT_EQ(publishedAheadOfAcknowledgement(1), 1U);
 }
 
 TEST_F(PublishingGate, messagesOfAnEarlierLifeAreAwaited)
@@ -180,15 +178,7 @@ TEST_F(PublishingGate, deliveriesOfAnEarlierLifeOpenNothingInAdvance)
     FakeMqttClient::deliver(broker.m_MQTTClient, 77);
     FakeMqttClient::deliver(broker.m_MQTTClient, 78);
     EXPECT_EQ(publish(1), 0);
-    std::size_t publishedBefore = 0;
-    std::thread library([&] {
-        std::this_thread::sleep_for(50ms);
-        publishedBefore = publishes();
-        FakeMqttClient::deliver(broker.m_MQTTClient, 1);
-    });
-    EXPECT_EQ(publish(1), 0);
-    library.join();
-    EXPECT_EQ(publishedBefore, 1U);
+    EXPECT_EQ(publishedAheadOfAcknowledgement(1), 1U);
 }
 
 TEST_F(PublishingGate, aBrokerThatNeverAcknowledgesIsGivenUpAfterTwentySeconds)
