@@ -9,6 +9,7 @@ inline constexpr char PersistenceDirectory[] = "/tmp/MQTT_PERSISTENCE";
 inline constexpr char ConfigurationDirectory[] = "/VEL/UserApps/Config/MQTT/";
 inline constexpr char GeneralFile[] = "MQTTClientConf.xml";
 inline constexpr char BrokersFile[] = "Brokers.xml";
+inline constexpr char SubscriptionsFile[] = "Subscriptions.xml";
 inline constexpr char PublicationsFile[] = "Publications.xml";
 
 inline constexpr char PlcSettingsFile[] = "/VEL/System/Config/RetainedConfig/SystemRegistry/PlcSettings.json";

@@ -15,6 +15,7 @@ constexpr CodeDomain Request = CodeDomain::RequestStatus;
 constexpr CodeDomain Process = CodeDomain::Process;
 constexpr CodeDomain Broker = CodeDomain::Broker;
 constexpr CodeDomain Publication = CodeDomain::Publication;
+constexpr CodeDomain Subscription = CodeDomain::Subscription;
 
 constexpr std::array OwnCodes{
     CodeRow{Request, SC_AC_IN_PROGRESS, {"SC_AC_IN_PROGRESS", "taken up, not finished yet"}},
@@ -72,6 +73,22 @@ constexpr std::array OwnCodes{
             PSC_ERROR_DATA_BIG_THAN_BUFF,
             {"PSC_ERROR_DATA_BIG_THAN_BUFF", "the payload is larger than 5000 bytes"}},
     CodeRow{Publication, PSC_ERROR_SCRIPT_FAILED, {"PSC_ERROR_SCRIPT_FAILED", "the operation's script failed"}},
+
+    CodeRow{Subscription, SSC_OK, {"SSC_OK", "done"}},
+    CodeRow{Subscription, SSC_ERROR_NOT_CONNECTED, {"SSC_ERROR_NOT_CONNECTED", "the broker is not connected"}},
+    CodeRow{Subscription,
+            SSC_ERROR_INVALID_JSON,
+            {"SSC_ERROR_INVALID_JSON", "a message was no valid JSON: the tag keeps its old data"}},
+    CodeRow{Subscription,
+            SSC_ERROR_NOT_SUBSCRIBED,
+            {"SSC_ERROR_NOT_SUBSCRIBED", "not unsubscribed: there was no subscription"}},
+    CodeRow{Subscription, SSC_ERROR_ALREADY_SUBSCRIBED, {"SSC_ERROR_ALREADY_SUBSCRIBED", "subscribed already"}},
+    CodeRow{Subscription,
+            SSC_ERROR_CONNECTION_LOST,
+            {"SSC_ERROR_CONNECTION_LOST", "the connection was lost while subscribed"}},
+    // The client library's 128, as the signed byte of the record and as it is.
+    CodeRow{Subscription, -128, {"", "refused by the broker"}},
+    CodeRow{Subscription, 128, {"", "refused by the broker"}},
 };
 
 // Codes of the client library, the same in every domain that passes them through.
@@ -108,7 +125,7 @@ CodeText describeCode(CodeDomain domain, int code)
 {
     if (const CodeRow* row = findRow(OwnCodes, domain, code))
         return row->text;
-    if (domain != CodeDomain::Broker && domain != CodeDomain::Publication)
+    if (domain == CodeDomain::RequestStatus || domain == CodeDomain::Process)
         return Unknown;
     const CodeRow* row = findRow(LibraryCodes, Broker, code);
     return row ? row->text : Unknown;

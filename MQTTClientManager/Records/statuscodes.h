@@ -52,13 +52,26 @@ enum PublicationStatusCodes : int
     PSC_ERROR_SCRIPT_FAILED = -13
 };
 
+// Result of a subscribe or unsubscribe, and the last result in a subscription's record. Other values are the client
+// library's own codes, passed through.
+enum SubscriptionStatusCodes : int
+{
+    SSC_OK = 0,
+    SSC_ERROR_NOT_CONNECTED = -11,
+    SSC_ERROR_INVALID_JSON = -12, // in the record only
+    SSC_ERROR_NOT_SUBSCRIBED = -13,
+    SSC_ERROR_ALREADY_SUBSCRIBED = -14,
+    SSC_ERROR_CONNECTION_LOST = -15 // in the record only
+};
+
 // What a code means is told by where it stands: the same number means different things in different records.
 enum class CodeDomain
 {
     RequestStatus, // StatusCodes
     Process,       // ProcessStatus
     Broker,        // CBrokerStatusCodes and the client library's codes
-    Publication    // PublicationStatusCodes and the client library's codes
+    Publication,   // PublicationStatusCodes and the client library's codes
+    Subscription   // SubscriptionStatusCodes and the client library's codes
 };
 
 struct CodeText
