@@ -21,6 +21,59 @@ MQTTManagerServices::MQTTManagerServices()
                   {AT_STR16, "AT_STR16"}, {AT_STR32, "AT_STR32"},   {AT_STRUCT, "AT_STRUCT"}, {AT_BOOL, "AT_BOOL"}},
       m_plcSerial("00000000000"), m_plcMac("00000000000")
 {
+    fillConversionTables();
+}
+
+void MQTTManagerServices::fillConversionTables()
+{
+    m_jSSConversions = {{
+        {&MQTTManagerServices::jSSToBufferConversion_NOP, &MQTTManagerServices::jSSToBufferConversion_BOOL_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_INT8_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_UINT8_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_INT16_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_UINT16_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_UINT32_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_INT32_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_REAL_NENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_STR32_ENTRY, nullptr,
+         &MQTTManagerServices::jSSToBufferConversion_STR8_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_STR16_ENTRY},
+        {&MQTTManagerServices::jSSToBufferConversion_NOP, &MQTTManagerServices::jSSToBufferConversion_BOOL_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_INT8_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_UINT8_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_INT16_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_UINT16_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_UINT32_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_INT32_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_REAL_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_STR32_ENTRY, nullptr,
+         &MQTTManagerServices::jSSToBufferConversion_STR8_ENTRY,
+         &MQTTManagerServices::jSSToBufferConversion_STR16_ENTRY},
+    }};
+    m_jObjSConversions = {{
+        {&MQTTManagerServices::jObjSToBufferConversion_NOP, &MQTTManagerServices::jObjSToBufferConversion_BOOL_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_INT8_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_UINT8_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_INT16_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_UINT16_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_UINT32_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_INT32_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_REAL_NENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_STR32_ENTRY, nullptr,
+         &MQTTManagerServices::jObjSToBufferConversion_STR8_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_STR16_ENTRY},
+        {&MQTTManagerServices::jObjSToBufferConversion_NOP, &MQTTManagerServices::jObjSToBufferConversion_BOOL_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_INT8_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_UINT8_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_INT16_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_UINT16_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_UINT32_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_INT32_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_REAL_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_STR32_ENTRY, nullptr,
+         &MQTTManagerServices::jObjSToBufferConversion_STR8_ENTRY,
+         &MQTTManagerServices::jObjSToBufferConversion_STR16_ENTRY},
+    }};
 }
 
 void MQTTManagerServices::SetVerboseMode(bool verbose)
