@@ -97,6 +97,7 @@ int main(int argc, char* argv[])
 
     manager->ManageTagsRegistration();
     manager->ManageClientBrokers();
+    manager->ManageSubscriptions(true);
     manager->ManagePeriodicPublications();
     manager->StartListeningToRequestsAndScheduledActions();
     const bool isClockSet = manager->CheckSystemTime() != SC_AC_ERROR_SYSTEM_TIME;

@@ -87,6 +87,7 @@ bool MQTTClientManager::Initilize()
     general.m_ProcessStatus = PS_STARTING;
     general.m_BrokersNumber = static_cast<quint16>(m_clientBrokers.size());
     general.m_PublicationsNumber = static_cast<quint16>(m_publications.size());
+    general.m_SubscriptionsNumber = static_cast<quint16>(m_subscriptions.size());
 
     if (createMQTTClients() != SC_AC_OK) {
         PLOG_ERROR << "initilize failed in MQTTClients creation";
@@ -119,6 +120,12 @@ StatusCodes MQTTClientManager::parseConfigurationFiles()
         return SC_AC_ERROR_PARSE_FAILED;
     }
 
+    m_subscriptions.clear();
+    if (!m_xmlParser->ParseXMLFileSubscriptions(directory + DevicePaths::SubscriptionsFile, m_subscriptions, version)) {
+        PLOG_ERROR << "ParseXMLFileSubscriptions failed";
+        return SC_AC_ERROR_PARSE_FAILED;
+    }
+
     m_publications.clear();
     if (!m_xmlParser->ParseXMLFilePublications(directory + DevicePaths::PublicationsFile, m_publications, version)) {
         PLOG_ERROR << "ParseXMLFilePublications failed";
@@ -132,6 +139,11 @@ StatusCodes MQTTClientManager::createMQTTClients()
     // The documents of the configuration files are gone and leave holes all over the heap: without them, what the
     // clients allocate lies close together, which publishing many topics a second feels.
     malloc_trim(0);
+    // Subscriptions first: they stand ahead of the publications among a broker's callers.
+    for (Subscriber& subscription : m_subscriptions) {
+        subscription.PrepareTopic();
+        tieToBroker(subscription);
+    }
     for (Publisher& publication : m_publications) {
         publication.PrepareTopic();
         tieToBroker(publication);
@@ -164,6 +176,8 @@ void MQTTClientManager::tieToBroker(MQTTCallerBase& caller)
 void MQTTClientManager::clearCfgStructs()
 {
     // Intended: publications have nothing to clear.
+    for (Subscriber& subscription : m_subscriptions)
+        subscription.ClearCfgStruct();
     for (ClientBroker& broker : m_clientBrokers)
         broker.ClearCfgStruct();
 }
@@ -188,6 +202,11 @@ int MQTTClientManager::getClientBrokerIdxbyUniqueID(int id) const
 int MQTTClientManager::getPublisherbyIdxUniqueID(int id) const
 {
     return indexOfId(m_publications, id, [](const Publisher& publisher) { return publisher.m_UniqueID; });
+}
+
+int MQTTClientManager::getSubscriberbIdxyUniqueID(int id) const
+{
+    return indexOfId(m_subscriptions, id, [](const Subscriber& subscriber) { return subscriber.m_UniqueID; });
 }
 
 void MQTTClientManager::destoryMQTTClients()

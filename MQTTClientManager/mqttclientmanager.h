@@ -2,6 +2,7 @@
 
 #include "Entities/clientbroker.h"
 #include "Entities/publisher.h"
+#include "Entities/subscriber.h"
 #include "Records/statuscodes.h"
 #include "tagmemory.h"
 
@@ -47,6 +48,9 @@ public:
     bool ManageTagsRegistration();
     // Connects the brokers that want it; leaves those that failed to the scheduler. Blocks for as long as that takes.
     StatusCodes ManageClientBrokers();
+    // Subscribes what wants it at start; SC_AC_ERROR_SUBSCRIPTION_FAILED when one of them failed. Blocks for as long as
+    // the brokers take to answer.
+    StatusCodes ManageSubscriptions(bool subscribeAtBoot);
     bool ManagePeriodicPublications();
     void StartListeningToRequestsAndScheduledActions();
     // SC_AC_ERROR_SYSTEM_TIME when the device's script says that the clock isn't set. Blocks for 30 s at most.
@@ -57,6 +61,7 @@ public:
     // List index of the first entity with this unique ID; -1 when there is none.
     [[nodiscard]] int getClientBrokerIdxbyUniqueID(int id) const;
     [[nodiscard]] int getPublisherbyIdxUniqueID(int id) const;
+    [[nodiscard]] int getSubscriberbIdxyUniqueID(int id) const;
 
     // Registers one packet of m_operands that begins at this index; returns the index of the first entry not
     // registered.
@@ -77,6 +82,7 @@ public:
     MQTTScheduler* m_scheduler;               // owned
     QList<ClientBroker> m_clientBrokers;      // in file order
     QList<Publisher> m_publications;          // in file order
+    QList<Subscriber> m_subscriptions;        // in file order
     QVector<HdrOperandData_t> m_operands;     // the tags to register
     bool m_verboseMode = false;
     bool m_isInitDone = false;

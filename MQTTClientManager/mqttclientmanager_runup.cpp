@@ -4,6 +4,7 @@
 #include "logging.h"
 #include "processending.h"
 #include "Records/linkstates.h"
+#include "Records/subscriptionrecords.h"
 #include "Services/mqttscheduler.h"
 #include "Utils/scriptrunner.h"
 
@@ -76,6 +77,11 @@ void MQTTClientManager::collectOperands()
     OperandCollector collector(m_operands);
     for (const Publisher& publication : qAsConst(m_publications))
         collector.add(publication.m_DataSize, publication.m_DataAddress);
+    for (const Subscriber& subscription : qAsConst(m_subscriptions)) {
+        if (subscription.m_BufferedFlag)
+            collector.add(sizeof(SubscriberStatusStruct::m_ReceivedBit),
+                          subscription.m_SubAddr + offsetof(SubscriberStatusStruct, m_ReceivedBit));
+    }
     for (const ClientBroker& broker : qAsConst(m_clientBrokers)) {
         if (broker.LastWillAddr != -1)
             collector.add(broker.LastWillDataSize, static_cast<unsigned int>(broker.LastWillAddr));
@@ -146,6 +152,24 @@ StatusCodes MQTTClientManager::ManageClientBrokers()
     }
     m_scheduler->SetPeriodicConnectAttempt(brokersToRetry);
     return SC_AC_OK;
+}
+
+StatusCodes MQTTClientManager::ManageSubscriptions(bool subscribeAtBoot)
+{
+    PLOG_DEBUG << "FIRED";
+    StatusCodes result = SC_AC_OK;
+    for (Subscriber& subscription : m_subscriptions) {
+        if (ProcessEnding::hasBegun())
+            break;
+        if (subscribeAtBoot && subscription.m_SubscribeAtBootTime && subscription.Subscribe() != SSC_OK)
+            result = SC_AC_ERROR_SUBSCRIPTION_FAILED;
+        if (subscription.m_BufferedFlag) {
+            PLOG_WARNING << QString(
+                                "subscription '%1' is buffered, which this version can't do: its messages are dropped")
+                                .arg(subscription.m_Name);
+        }
+    }
+    return result;
 }
 
 bool MQTTClientManager::ManagePeriodicPublications()

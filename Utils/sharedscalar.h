@@ -37,7 +37,7 @@ public:
 private:
     std::atomic<T> m_value{};
     static_assert(std::atomic<T>::is_always_lock_free);
-    static_assert(sizeof(std::atomic<T>) == sizeof(T));
+    static_assert(sizeof(std::atomic<T>) == sizeof(T)); // NOLINT(bugprone-sizeof-expression): also of pointers
 };
 
 // For values that stand alone: nobody concludes from one of them what another holds.

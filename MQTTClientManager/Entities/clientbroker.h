@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <MQTTClient.h>
+#include <optional>
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -16,6 +17,8 @@
 class MQTTCallerBase;
 class MQTTManagerServices;
 class MQTTStatusLogManager;
+class TopicFilter;
+class Turn;
 
 // Level of encryption, as the configuration numbers it. Numbers above behave as ENC_SSL_NO_SERVER_AUTH.
 enum EncryptionLevel : int
@@ -34,6 +37,7 @@ enum EncryptionLevel : int
 //   clientbroker_connection.cpp   connecting
 //   clientbroker_callbacks.cpp    the client library's events
 //   clientbroker_publishing.cpp   handing over a publication
+// A subscribe or unsubscribe is a SubscriptionRequest of its own.
 // Brokers live by value in the manager's list and keep their address while a handle exists, since the client library
 // gets it as context. Configuration members and m_Callers are constant once the clients are created. The scalars that
 // several threads use are Relaxed or Ordered; docs/architecture.md tells which thread does what.
@@ -120,6 +124,7 @@ public:
 
 private:
     friend class ClientUse;
+    friend class SubscriptionRequest;
     class BusyMark;
 
     // How an attempt ended, and the losses that had been counted before it.
@@ -129,6 +134,15 @@ private:
         unsigned losses;
     };
 
+    // What a subscribe or unsubscribe request means for a message of a session that isn't kept.
+    enum class RequestPhase
+    {
+        None,
+        Writing,  // a failure now would close the session
+        Waiting,  // for the broker's answer, which the thread of the message callbacks brings
+        Expiring, // the library is about to close the session for want of an answer
+    };
+
     [[nodiscard]] BrokerStatusBlock statusBlock() const;
     Attempt attemptConnection(MQTTClient_connectOptions& options);
     CBrokerStatusCodes connectInLibrary(MQTTClient client, MQTTClient_connectOptions& options, unsigned losses);
@@ -136,6 +150,9 @@ private:
     int publishInLibrary(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService,
                          bool retained, MQTTClient_deliveryToken& token);
     [[nodiscard]] std::chrono::milliseconds messagePatience() const;
+    [[nodiscard]] RequestPhase requestPhase() const;
+    bool takeMessage(std::optional<Turn>& turn);
+    void awaitRequestFor(const char* topicName);
     void offerMessage(char* topicName, MQTTClient_message* message);
     bool waitForAcknowledgements();
     void restartAcknowledgementClock();
@@ -147,6 +164,9 @@ private:
     Ordered<bool> m_Connecting;
     Ordered<bool> m_Publishing;
     Ordered<bool> m_MessagesInUse;
+    Ordered<bool> m_Requesting;     // and one subscribe or unsubscribe request at a time
+    Ordered<qint64> m_RequestBegin; // of the one that lives: steady clock, ms; 0 without one
+    Ordered<const TopicFilter*> m_RequestedFilter;
     Ordered<bool> m_InConnect;      // while the library makes an attempt
     Ordered<unsigned> m_Losses;     // lost connections, ever
     Ordered<unsigned> m_Deliveries; // acknowledged messages, ever

@@ -1,12 +1,14 @@
 #include "Entities/clientbroker.h"
 
 #include "Entities/mqttcallerbase.h"
+#include "Entities/steadyclock.h"
+#include "Entities/topicfilter.h"
 #include "Entities/turn.h"
 #include "logging.h"
 #include "Services/mqttStatusLogManager.h"
 
 #include <cstring>
-#include <optional>
+#include <thread>
 #include <unistd.h>
 
 // The client library holds a lock of its own in some of these calls, and one thread of it serves all brokers: nothing
@@ -16,6 +18,10 @@ namespace {
 
 constexpr std::chrono::microseconds MessagePause(50);
 constexpr std::chrono::milliseconds MessagePatience(100);
+
+// A request is long on its way to the broker after the first, and the library waits for its answer for 10 s.
+constexpr std::chrono::milliseconds RequestWritten(10);
+constexpr std::chrono::milliseconds RequestExpiring(9'000);
 
 // The clean-up thread may have destroyed the client whose message this is, and the message with it. The use that the
 // caller holds keeps the client from being destroyed from here on; the process ends within a second or two.
@@ -51,35 +57,86 @@ void ClientBroker::CallbackConnectionLost(char* /*cause*/)
     PLOG_INFO << QString("ClientBroker '%1' lost is connection").arg(Name);
     // Counted first: a connection attempt that is just ending must not store "connected" over this loss.
     m_Losses.increment();
+    for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
+        if (caller->m_CallerType == CT_SUBSCRIBER) {
+            caller->ConnectionLost();
+            caller->UpdateCfgStruct();
+        }
+    }
     m_Connected = 0;
     m_SessionPresent = 0;
     m_ReturnCode = static_cast<std::int8_t>(CB_CONNECTION_LOST);
     UpdateClientBrokerStruct();
+    for (const MQTTCallerBase* caller : qAsConst(m_Callers)) {
+        if (caller->m_CallerType == CT_SUBSCRIBER)
+            m_StatusLogManager->UpdateDroppedSubscriptions();
+    }
 }
 
 int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTTClient_message* message)
 {
     const ClientUse client(*this);
     stayWhileProcessEnds();
-    // Without a session to keep, a connection attempt or a failing publication frees the messages that the library
-    // holds, this one included.
     std::optional<Turn> turn;
-    if (CleanSessionFlag) {
-        turn.emplace(m_MessagesInUse, MessagePause, messagePatience());
-        if (!turn->isMine())
-            return 0; // nothing was touched: the library keeps the message, or has dropped it with the session
-    }
+    if (CleanSessionFlag && !takeMessage(turn))
+        return 0; // nothing was touched: the library keeps the message, or has dropped it with the session
     stayWhileProcessEnds();
+    awaitRequestFor(topicName);
     offerMessage(topicName, message);
     MQTTClient_freeMessage(&message);
     MQTTClient_free(topicName);
     return 1; // consumed: never to be delivered again
 }
 
+// Without a session to keep, a connection attempt, a failing publication or a failing request frees the messages that
+// the library holds, this one included. True when that can't happen while `turn` lives.
+bool ClientBroker::takeMessage(std::optional<Turn>& turn)
+{
+    while (true) {
+        turn.emplace(m_MessagesInUse, MessagePause, messagePatience());
+        if (!turn->isMine())
+            return false;
+        switch (requestPhase()) {
+        case RequestPhase::None:
+        case RequestPhase::Waiting:
+            return true;
+        case RequestPhase::Expiring:
+            return false;
+        case RequestPhase::Writing:
+            break;
+        }
+        turn.reset(); // the request waits for it
+        std::this_thread::sleep_for(MessagePause);
+    }
+}
+
 std::chrono::milliseconds ClientBroker::messagePatience() const
 {
     // An attempt can take 15 s, and all brokers would wait that long.
     return m_InConnect ? std::chrono::milliseconds(0) : MessagePatience;
+}
+
+ClientBroker::RequestPhase ClientBroker::requestPhase() const
+{
+    const qint64 begin = m_RequestBegin;
+    if (begin == 0)
+        return RequestPhase::None;
+    const std::chrono::milliseconds age(steadyMilliseconds() - begin);
+    if (age < RequestWritten)
+        return RequestPhase::Writing;
+    return age < RequestExpiring ? RequestPhase::Waiting : RequestPhase::Expiring;
+}
+
+void ClientBroker::awaitRequestFor(const char* topicName)
+{
+    // The broker's answer and the subscription's first messages come together, retained ones above all: the subscribing
+    // thread has to note the answer first, or nobody counts as subscribed.
+    const TopicFilter* filter = m_RequestedFilter;
+    if (!filter || !filter->matchesByAnyRule(topicName))
+        return;
+    const auto begin = std::chrono::steady_clock::now();
+    while (m_RequestedFilter == filter && std::chrono::steady_clock::now() - begin < MessagePatience)
+        std::this_thread::sleep_for(MessagePause);
 }
 
 void ClientBroker::offerMessage(char* topicName, MQTTClient_message* message)

@@ -1,5 +1,6 @@
 #include "Entities/clientbroker.h"
 
+#include "Entities/steadyclock.h"
 #include "Entities/turn.h"
 
 #include <thread>
@@ -9,12 +10,6 @@ namespace {
 // Without an acknowledgement for this long, the broker counts as one that never acknowledges.
 constexpr std::chrono::milliseconds AcknowledgementPatience(20'000);
 constexpr std::chrono::microseconds AcknowledgementPoll(50);
-
-qint64 steadyMilliseconds()
-{
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-}
 
 int pendingMessages(MQTTClient client)
 {

@@ -26,6 +26,9 @@ enum MQTTPayloadFormat : int
     PF_NOT_CONFIGURED = 255
 };
 
+// Largest tag that is put together in memory to be written.
+inline constexpr int MAX_TAG_BYTES = 16 * 1024 * 1024;
+
 // What m_CallerType holds: the broker selects its callers by this, not by their class.
 enum CallerType : int
 {

@@ -4,10 +4,26 @@
 #include "Entities/recordtext.h"
 #include "logging.h"
 #include "Records/publicationrecords.h"
+#include "Services/mqttmanagerservices.h"
 #include "tagmemory.h"
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
+#include <QVarLengthArray>
+
+namespace {
+
+// Most tags lie on the stack while they are read.
+constexpr int StackTagBytes = 2048;
+
+// What one read can bring, at most.
+int readableSize(int size)
+{
+    return std::clamp(size, 0, int{std::numeric_limits<unsigned short>::max()});
+}
+
+} // namespace
 
 PublicationStatusCodes Publisher::Publish()
 {
@@ -25,6 +41,8 @@ PublicationStatusCodes Publisher::publishInFormat()
     switch (m_PayloadFormat) {
     case PF_BUFFER:
         return publishTagBytes();
+    case PF_JSON:
+        return publishJson();
     default:
         return PSC_ERROR_NOT_PUBLISHED;
     }
@@ -38,6 +56,51 @@ PublicationStatusCodes Publisher::publishTagBytes()
     TagMemory::Read(static_cast<unsigned short>(size), m_DataAddress,
                     reinterpret_cast<unsigned char*>(m_PublishBuffer.data()));
     return publishBuffer(size);
+}
+
+PublicationStatusCodes Publisher::publishJson()
+{
+    QVarLengthArray<char, StackTagBytes> data(readableSize(m_DataSize));
+    std::fill(data.begin(), data.end(), '\0');
+    const QByteArray text = assembleJsonByteArrayFromBuffer(data.data(), m_DataSize);
+    if (text.size() > SIZEOF_PUBLISH_BUFFER)
+        return PSC_ERROR_DATA_BIG_THAN_BUFF;
+    std::copy(text.begin(), text.end(), m_PublishBuffer.begin());
+    return publishBuffer(text.size());
+}
+
+QByteArray Publisher::assembleJsonByteArrayFromBuffer(char* buffer, int size)
+{
+    TagMemory::Read(static_cast<unsigned short>(std::max(size, 0)), m_DataAddress,
+                    reinterpret_cast<unsigned char*>(buffer));
+    QByteArray text;
+    text.reserve(SIZEOF_PUBLISH_BUFFER);
+    if (m_DataType == AT_STRUCT)
+        appendMembers(text, buffer, readableSize(size));
+    else
+        m_Services->AppendTagText(text, buffer, readableSize(size), m_DataType, m_DataLen, m_Entries,
+                                  SIZEOF_PUBLISH_BUFFER);
+    return text;
+}
+
+void Publisher::appendMembers(QByteArray& text, const char* bytes, int size)
+{
+    if (m_JsonKeys.size() != m_DataMembers.size()) {
+        m_JsonKeys.clear();
+        for (const JsonDataMember& member : qAsConst(m_DataMembers))
+            m_JsonKeys.append('"' + member.Name.toUtf8() + "\":");
+    }
+    text += '{';
+    for (int i = 0; i < m_DataMembers.size() && text.size() <= SIZEOF_PUBLISH_BUFFER; ++i) {
+        const JsonDataMember& member = m_DataMembers.at(i);
+        const qint64 offset = std::min(qint64{member.Offset}, qint64{size});
+        text += m_JsonKeys.at(i);
+        m_Services->AppendTagText(text, bytes + offset, size - offset, member.Type, member.Len, member.Entry,
+                                  SIZEOF_PUBLISH_BUFFER);
+        text += ',';
+    }
+    // Intended: a struct without members loses its opening brace.
+    text[text.size() - 1] = '}';
 }
 
 PublicationStatusCodes Publisher::publishBuffer(int payloadLength)

@@ -31,6 +31,11 @@ public:
 
     void DeliveryComplete(int token) override;
 
+    // Reads the tag into `buffer` and returns it as JSON: the bare value, or an object of a struct's members in the
+    // order of the file. `buffer` holds `size` zeroed bytes, or 65,535 where `size` is more: only the low 16 bits of a
+    // size can be read. A text that is longer than a payload may be is given up on the way.
+    QByteArray assembleJsonByteArrayFromBuffer(char* buffer, int size);
+
     // Writes the 516-byte configuration record; true when tag memory took it.
     bool UpdatePublisherConfigurationStruct(unsigned int address);
 
@@ -47,8 +52,11 @@ public:
 private:
     [[nodiscard]] PublicationStatusCodes publishInFormat();
     [[nodiscard]] PublicationStatusCodes publishTagBytes();
+    [[nodiscard]] PublicationStatusCodes publishJson();
+    void appendMembers(QByteArray& text, const char* bytes, int size);
     [[nodiscard]] PublicationStatusCodes publishBuffer(int payloadLength);
     [[nodiscard]] bool isDeliveryTracked() const;
 
-    QByteArray m_TopicUtf8; // m_Topic as the client library wants it; see PrepareTopic
+    QByteArray m_TopicUtf8;       // m_Topic as the client library wants it; see PrepareTopic
+    QList<QByteArray> m_JsonKeys; // of m_DataMembers, with quotes and colon
 };

@@ -51,6 +51,24 @@ void MQTTXmlParser::readDataType(const QDomElement& element, ArgType& type, int&
         length = parts.at(1).toInt();
 }
 
+void MQTTXmlParser::readCaller(const QDomElement& element, MQTTCallerBase& caller) const
+{
+    const auto number = [&element](const char* attribute) { return element.attribute(attribute).toInt(); };
+
+    caller.m_UniqueID = number("ID");
+    caller.m_Name = element.attribute("Name");
+    readCallerTopic(element, caller);
+    caller.m_QoS = number("QOS");
+    caller.m_PayloadEnc = number("PayloadEncryption");
+    caller.m_DataAddress = element.attribute("DataAddr").toUInt();
+    caller.m_CBrokerID = number("CBrokerID");
+    caller.m_Entries = number("Ent");
+    caller.m_PayloadFormat = number("PayloadFormat");
+    readDataType(element, caller.m_DataType, caller.m_DataLen);
+    if (caller.m_DataType == AT_STRUCT)
+        caller.m_DataMembers = readMembers(element);
+}
+
 void MQTTXmlParser::readCallerTopic(const QDomElement& element, MQTTCallerBase& caller) const
 {
     caller.m_Topic = m_services->SetMQTTTopicVariable(element.attribute("Topic"));

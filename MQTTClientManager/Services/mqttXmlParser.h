@@ -9,6 +9,7 @@
 class ClientBroker;
 class MQTTManagerServices;
 class Publisher;
+class Subscriber;
 
 // Reads the configuration files into entities. Nothing in them is validated: a missing attribute or a text that is no
 // number gives 0, and a number out of range stands as it is. A singleton of the main thread, without state between
@@ -16,6 +17,7 @@ class Publisher;
 //   mqttXmlParser.cpp                what the files have in common, and the general file
 //   mqttXmlParser_brokers.cpp        Brokers.xml
 //   mqttXmlParser_publications.cpp   Publications.xml
+//   mqttXmlParser_subscriptions.cpp  Subscriptions.xml
 class MQTTXmlParser
 {
 public:
@@ -30,6 +32,7 @@ public:
     bool ParseXMLFileGeneralCfg(QString fileName, QString& version, unsigned int& statisticsAddress,
                                 unsigned int& generalAddress);
     bool ParseXMLFileBrokers(QString fileName, QList<ClientBroker>& brokers, QString& version);
+    bool ParseXMLFileSubscriptions(QString fileName, QList<Subscriber>& subscribers, QString& version);
     bool ParseXMLFilePublications(QString fileName, QList<Publisher>& publishers, QString& version);
 
     // The value itself where it is in its range, else 0.
@@ -57,6 +60,9 @@ private:
     bool openEntityFile(const QString& fileName, QDomDocument& document) const;
     [[nodiscard]] ClientBroker readBroker(const QDomElement& element) const;
     [[nodiscard]] Publisher readPublication(const QDomElement& element) const;
+    [[nodiscard]] Subscriber readSubscription(const QDomElement& element) const;
+    // What publications and subscriptions have in common, ahead of CalcDataSize.
+    void readCaller(const QDomElement& element, MQTTCallerBase& caller) const;
     void readCallerTopic(const QDomElement& element, MQTTCallerBase& caller) const;
     static QList<JsonDataMember> readMembers(const QDomElement& entity);
     // "TYPE" or "TYPE_LENGTH"; `length` is assigned only by the second form.

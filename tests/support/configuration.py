@@ -21,6 +21,8 @@ BROKERS_AT = 0x1000
 WILLS_AT = 0x2000
 ACKNOWLEDGEMENTS_AT = 0x3000
 DATA_AT = 0x10000
+RECEIVED_AT = 0xD00000
+SUBSCRIPTIONS_AT = 0xF00000
 
 NO_ADDRESS = -1
 
@@ -36,6 +38,15 @@ def acknowledgement_at(identifier):
 def data_at(identifier):
     """64 KiB for each publication, as far as its number is small."""
     return DATA_AT * identifier if identifier <= 200 else 200 * DATA_AT + 64 * identifier
+
+
+def received_at(identifier):
+    """6 KiB for the data of each of up to 300 subscriptions."""
+    return RECEIVED_AT + 0x1800 * identifier
+
+
+def subscription_at(identifier):
+    return SUBSCRIPTIONS_AT + 1024 * identifier
 
 
 def broker(identifier=1, **attributes):
@@ -66,30 +77,42 @@ def will(text_length, topic="plc/state", address=WILLS_AT):
 
 
 def publication(identifier=1, members=None, **attributes):
+    own = {"RetainFlag": 0, "PeriodicInterval": 100, "BrokerReceivedAddr": NO_ADDRESS}
+    return _caller("publication", "data", identifier, data_at(identifier), members, own | attributes)
+
+
+def subscription(identifier=1, members=None, **attributes):
+    own = {"IsBuffered": 0, "SubscribeAtBoot": 1, "SubAddr": subscription_at(identifier)}
+    return _caller("subscription", "command", identifier, received_at(identifier), members, own | attributes)
+
+
+def _caller(kind, topic, identifier, data_address, members, attributes):
     entry = {
         "ID": identifier,
-        "Name": f"publication{identifier}",
-        "Topic": f"plc/data/{identifier}",
+        "Name": f"{kind}{identifier}",
+        "Topic": f"plc/{topic}/{identifier}",
         "QOS": 0,
         "PayloadEncryption": 0,
-        "RetainFlag": 0,
-        "PeriodicInterval": 100,
-        "DataAddr": data_at(identifier),
-        "BrokerReceivedAddr": NO_ADDRESS,
+        "DataAddr": data_address,
         "CBrokerID": 1,
         "Ent": 0,
-        "PayloadFormat": 0,
+        "PayloadFormat": records.RAW,
         "DataType": records.UINT32,
     }
-    entry = entry | attributes
-    if members is not None:
-        entry["members"] = members
-    return entry
+    return entry | attributes | ({} if members is None else {"members": members})
 
 
 def member(offset, data_type, name, entries=0):
     written = hex(offset) if isinstance(offset, int) else offset
     return {"Off": written, "DataType": data_type, "DName": name, "Ent": entries}
+
+
+def data_size(entry):
+    """Bytes of an entry's data in tag memory: a struct ends with its last member."""
+    if entry["DataType"] != records.STRUCT:
+        return records.tag_size(entry["DataType"], entry["Ent"])
+    last = entry["members"][-1]
+    return int(last["Off"], 16) + records.tag_size(last["DataType"], last["Ent"])
 
 
 def element(name, attributes, children=""):
@@ -112,21 +135,22 @@ def brokers_xml(brokers):
     return element("BrokersConf", {"Version": "1.0"}, element("Brokers", {}, inner))
 
 
-def publication_xml(entry, name="PublicationConf"):
+def caller_xml(entry, name):
     attributes = {key: value for key, value in entry.items() if key != "members"}
     members = "".join(element("DataMember", attributes) for attributes in entry.get("members", []))
     return element(name, attributes, element("DataMembers", {}, members) if "members" in entry else "")
 
 
-def publications_xml(publications):
-    inner = "".join(publication_xml(entry) for entry in publications)
-    return element("PublicationsConf", {"Version": "1.0"}, element("Publications", {}, inner))
+def callers_xml(entries, kind):
+    """A file of publications or subscriptions; `kind` is one of the two words, with a capital and no s."""
+    inner = "".join(caller_xml(entry, f"{kind}Conf") for entry in entries)
+    return element(f"{kind}sConf", {"Version": "1.0"}, element(f"{kind}s", {}, inner))
 
 
-def write(brokers=(), publications=(), general=GENERAL_AT, statistics=STATISTICS_AT):
-    """Writes all four files. No subscriptions: the file that holds them is there and empty."""
+def write(brokers=(), publications=(), subscriptions=(), general=GENERAL_AT, statistics=STATISTICS_AT):
+    """Writes all four files."""
     DIRECTORY.mkdir(parents=True, exist_ok=True)
     GENERAL_FILE.write_text(general_xml(general, statistics))
     BROKERS_FILE.write_text(brokers_xml(brokers))
-    SUBSCRIPTIONS_FILE.write_text(element("SubscriptionsConf", {"Version": "1.0"}, element("Subscriptions", {})))
-    PUBLICATIONS_FILE.write_text(publications_xml(publications))
+    SUBSCRIPTIONS_FILE.write_text(callers_xml(subscriptions, "Subscription"))
+    PUBLICATIONS_FILE.write_text(callers_xml(publications, "Publication"))

@@ -37,6 +37,7 @@ class Device:
         self.tags = tags.TagMemory()
         self.tags.set_link()
         self.service = None
+        self._entities = [], [], []
         SCRIPTS.mkdir(parents=True, exist_ok=True)
         self.script(CLOCK_SCRIPT, "echo 1")
         self.script(SERIAL_SCRIPT, 'print("SN123")', interpreter="/usr/bin/python3")
@@ -52,8 +53,31 @@ class Device:
         SETTINGS_FILE.parent.mkdir(parents=True, exist_ok=True)
         SETTINGS_FILE.write_text(content if isinstance(content, str) else json.dumps(content))
 
-    def configure(self, brokers=None, publications=(), **addresses):
-        configuration.write([configuration.broker()] if brokers is None else brokers, publications, **addresses)
+    def configure(self, brokers=None, publications=(), subscriptions=(), **addresses):
+        brokers = [configuration.broker()] if brokers is None else brokers
+        configuration.write(brokers, publications, subscriptions, **addresses)
+        self._entities = brokers, publications, subscriptions
+
+    def stray_writes(self):
+        """The writes that lie neither in a record nor in an entity's data, as `configure` laid them down."""
+        known = self._known_ranges()
+
+        def is_stray(write):
+            end = write.position + write.size
+            return not any(first <= write.position and end <= first + size for first, size in known)
+
+        return [write for write in self.tags.journal() if is_stray(write)]
+
+    def _known_ranges(self):
+        brokers, publications, subscriptions = self._entities
+        return [
+            (configuration.GENERAL_AT, records.General.SIZE),
+            (configuration.STATISTICS_AT, records.Statistics.SIZE),
+            *((entry["BrokerAddr"], records.BrokerStatus.SIZE) for entry in brokers),
+            *((entry["BrokerReceivedAddr"], 1) for entry in publications),
+            *((entry["SubAddr"], records.SubscriptionStatus.SIZE) for entry in subscriptions),
+            *((entry["DataAddr"], configuration.data_size(entry)) for entry in subscriptions),
+        ]
 
     def start(self, *arguments, spy=False):
         """Starts the service and returns at once. `spy` records its client library calls in client_library_calls()."""
@@ -89,6 +113,27 @@ class Device:
 
     def broker_history(self, identifier=1):
         return self.tags.broker_history(configuration.broker_at(identifier))
+
+    def subscription(self, identifier=1):
+        return self.tags.subscription(configuration.subscription_at(identifier))
+
+    def received(self, identifier=1, size=4):
+        """The first bytes of a subscription's data."""
+        return self.tags.read(configuration.received_at(identifier), size)
+
+    def data_writes(self, identifier=1, since=0):
+        return self.tags.journal(configuration.received_at(identifier), since)
+
+    def record_writes(self, identifier=1, since=0):
+        return self.tags.journal(configuration.subscription_at(identifier), since)
+
+    def wait_received(self, data, identifier=1, timeout=10.0):
+        wait_until(
+            lambda: self.received(identifier, len(data)) == data,
+            lambda: f"{data[:40]!r} in the data of subscription {identifier}; "
+            f"{self.received(identifier, len(data))[:40]!r} stands there",
+            timeout,
+        )
 
     def wait_connected(self, identifier=1, timeout=10.0):
         wait_until(

@@ -44,6 +44,22 @@ int nextResult(std::vector<int>& results)
     return result;
 }
 
+int subscribeOrNot(const char* function, const FakeMqttClient::SubscribeCall& call)
+{
+    std::function<void(MQTTClient)> duringSubscribe;
+    int result = 0;
+    {
+        const Lock lock(bookkeeping);
+        state().calls.emplace_back(function);
+        state().subscribes.push_back(call);
+        result = state().subscribeResult;
+        duringSubscribe = state().duringSubscribe;
+    }
+    if (duringSubscribe)
+        duringSubscribe(call.handle);
+    return result;
+}
+
 } // namespace
 
 namespace FakeMqttClient {
@@ -206,6 +222,16 @@ int MQTTClient_publish(MQTTClient handle, const char* topicName, int payloadlen,
     if (duringPublish)
         duringPublish(handle, given);
     return result;
+}
+
+int MQTTClient_subscribe(MQTTClient handle, const char* topic, int qos)
+{
+    return subscribeOrNot("subscribe", {handle, topic, qos});
+}
+
+int MQTTClient_unsubscribe(MQTTClient handle, const char* topic)
+{
+    return subscribeOrNot("unsubscribe", {handle, topic, -1});
 }
 
 int MQTTClient_getPendingDeliveryTokens(MQTTClient handle, MQTTClient_deliveryToken** tokens)

@@ -39,6 +39,13 @@ struct PublishCall
     int retained;
 };
 
+struct SubscribeCall
+{
+    MQTTClient handle;
+    std::string topic;
+    int qos; // -1 of an unsubscribe
+};
+
 struct CreateCall
 {
     std::string uri;
@@ -53,16 +60,19 @@ struct State
     std::vector<CreateCall> creates;
     std::vector<ConnectCall> connects;
     std::vector<PublishCall> publishes;
+    std::vector<SubscribeCall> subscribes; // unsubscribes as well
 
     std::vector<int> createResults; // of the coming calls, first to last; then 0
     std::vector<int> connectResults;
     int setCallbacksResult = 0;
     int publishResult = 0;
+    int subscribeResult = 0; // of unsubscribes as well
     int sessionPresent = 0;
     std::vector<int> pendingTokens; // of messages that a kept session still holds
     bool connectsReally = true;     // isConnected is 1 after a successful connect
     std::function<void()> duringConnect;
     std::function<void(MQTTClient handle, int token)> duringPublish; // after the token is given out
+    std::function<void(MQTTClient handle)> duringSubscribe;          // and during an unsubscribe
     int freedMessages = 0;
     int freedTopics = 0; // and other memory of the library's
 };

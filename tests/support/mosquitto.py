@@ -1,5 +1,6 @@
 """A real mosquitto, configured and run for one test, and a listening client of it."""
 
+import json
 import pathlib
 import re
 import subprocess
@@ -8,8 +9,10 @@ from typing import NamedTuple
 
 import paho.mqtt.client
 
-from support import device
+from support import build, device
 from support.waiting import wait_until
+
+SECURITY_PLUGIN = next(pathlib.Path("/usr/lib").glob("*/mosquitto_dynamic_security.so"), None)
 
 PLAIN_PORT = 1883
 TLS_PORT = 8883
@@ -17,9 +20,10 @@ TLS_PORT = 8883
 
 class Mosquitto:
     """Listens on `port` at once. `tls` is a certs.Server, and then nothing older than TLS 1.3 is spoken;
-    `client_authority` is the CA file that clients' certificates must prove; `users` maps names to passwords."""
+    `client_authority` is the CA file that clients' certificates must prove; `users` maps names to passwords;
+    `subscribable` are the only filters that clients of `port` may subscribe to."""
 
-    def __init__(self, port=PLAIN_PORT, tls=None, client_authority=None, users=None):
+    def __init__(self, port=PLAIN_PORT, tls=None, client_authority=None, users=None, subscribable=None):
         self.port = port
         self._directory = pathlib.Path(f"/tmp/mosquitto-{port}")
         self._directory.mkdir(exist_ok=True)
@@ -33,6 +37,7 @@ class Mosquitto:
             f"log_dest file {self._log}",
             "log_type all",
             "connection_messages true",
+            "max_queued_messages 0",
             f"listener {self.watch_port} 127.0.0.1",
             "allow_anonymous true",
             f"listener {port} 127.0.0.1",
@@ -40,6 +45,8 @@ class Mosquitto:
         ]
         if users:
             lines.append(f"password_file {self._write_passwords(users)}")
+        if subscribable is not None:
+            lines += [f"plugin {SECURITY_PLUGIN}", f"plugin_opt_config_file {self._write_roles(subscribable)}"]
         if tls:
             lines += [f"certfile {tls.certificate}", f"keyfile {tls.key}", "tls_version tlsv1.3"]
             lines.append(f"cafile {client_authority or tls.authority}")
@@ -53,6 +60,20 @@ class Mosquitto:
         file.touch(mode=0o600)
         for name, password in users.items():
             subprocess.run(["mosquitto_passwd", "-b", str(file), name, password], check=True, capture_output=True)
+        return file
+
+    def _write_roles(self, subscribable):
+        """An access control list can't refuse a subscription in this broker, only its messages; roles can."""
+        filters = [{"acltype": "subscribePattern", "topic": topic, "allow": True} for topic in subscribable]
+        access = {"publishClientSend": True, "publishClientReceive": True, "subscribe": False, "unsubscribe": True}
+        content = {
+            "defaultACLAccess": access,
+            "roles": [{"rolename": "guest", "acls": filters}],
+            "groups": [{"groupname": "guests", "roles": [{"rolename": "guest"}]}],
+            "anonymousGroup": "guests",
+        }
+        file = self._directory / "roles.json"
+        file.write_text(json.dumps(content))
         return file
 
     def start(self):
@@ -121,6 +142,24 @@ class Listener:
             timeout,
         )
         return self.on(topic)[:count]
+
+    def close(self):
+        self._client.disconnect()
+        self._client.loop_stop()
+
+
+class Sender:
+    """Publishes by hand. What it sends at one quality of service arrives in that order."""
+
+    def __init__(self, port):
+        self._client = paho.mqtt.client.Client(client_id=f"sender-{port}")
+        self._client.max_inflight_messages_set(1000)
+        self._client.connect("127.0.0.1", port)
+        self._client.loop_start()
+
+    def publish(self, topic, payload=b"", qos=0, retain=False):
+        """Returns when it has left here at QoS 0, and when the broker has it otherwise."""
+        self._client.publish(topic, payload, qos, retain).wait_for_publish(10 * build.time_factor())
 
     def close(self):
         self._client.disconnect()

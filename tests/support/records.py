@@ -11,9 +11,26 @@ CONNECT_REFUSED = -11
 CONNECTION_LOST = -13
 NOT_PUBLISHED = -11
 PAYLOAD_TOO_BIG = -12
+NOT_CONNECTED = -11
+INVALID_JSON = -12
+SUBSCRIPTION_LOST = -15
+
+# Payload formats, as the configuration files number them.
+RAW, JSON, PROTOBUF, TRIGGERED = range(4)
 
 # Tag types, as the configuration files number them.
 NOTYPE, BOOL, INT8, UINT8, INT16, UINT16, UINT32, INT32, REAL, STR32, STRUCT, STR8, STR16 = range(13)
+
+_UNIT_SIZES = {BOOL: 1, INT8: 1, UINT8: 1, INT16: 2, UINT16: 2, UINT32: 4, INT32: 4, REAL: 4}
+_CHARACTER_SIZES = {STR8: 1, STR16: 2, STR32: 4}
+
+
+def tag_size(data_type, entries=0):
+    """Bytes of a tag of this type, which may be a number or, with a length, a text like "11_20"."""
+    kind, _, length = str(data_type).partition("_")
+    if int(kind) in _CHARACTER_SIZES:
+        return _CHARACTER_SIZES[int(kind)] * (int(length) + 1)
+    return _UNIT_SIZES[int(kind)] * (entries or 1)
 
 
 class General(NamedTuple):
@@ -54,3 +71,29 @@ class BrokerStatus(NamedTuple):
     @classmethod
     def decode(cls, data):
         return cls(*struct.unpack("<BBbB", data))
+
+
+class SubscriptionStatus(NamedTuple):
+    subscribed: int
+    code: int
+    received: int
+    queue_full: int
+    topic: str
+    time: int  # seconds since 1970
+    buffered: int
+    padding: bytes = bytes(3)
+
+    SIZE = 524
+    RECEIVED_BIT_AT = 2
+    TOPIC_AT = 4
+
+    @classmethod
+    def decode(cls, data):
+        *flags, topic, arrival, buffered, padding = struct.unpack("<BbBB512sIB3s", data)
+        return cls(*flags, _utf16(topic), arrival, buffered, padding)
+
+
+def _utf16(data):
+    """The text ahead of the first zero unit, which has to be there."""
+    units = [data[at : at + 2] for at in range(0, len(data), 2)]
+    return b"".join(units[: units.index(b"\0\0")]).decode("utf-16-le")

@@ -133,6 +133,9 @@ class TagMemory:
     def broker(self, position):
         return records.BrokerStatus.decode(self.read(position, records.BrokerStatus.SIZE))
 
+    def subscription(self, position):
+        return records.SubscriptionStatus.decode(self.read(position, records.SubscriptionStatus.SIZE))
+
     def broker_history(self, position):
         """Every status block that was written at `position`, in order."""
         return [records.BrokerStatus.decode(write.data) for write in self.journal(position)]

@@ -16,7 +16,8 @@ import pytest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1]))
 
-from support import build, device as device_support, mosquitto as mosquitto_support  # noqa: E402
+from support import aedes as aedes_support, build, device as device_support  # noqa: E402
+from support import mosquitto as mosquitto_support  # noqa: E402
 from support.scriptedbroker import ScriptedBroker  # noqa: E402
 
 INSIDE = "INSIDE_SANDBOX"
@@ -128,11 +129,33 @@ def mosquitto(cleanup):
 
 
 @pytest.fixture
+def aedes(cleanup):
+    """Starts the second kind of real broker; takes the arguments of Aedes."""
+
+    def start(*arguments):
+        broker = aedes_support.Aedes(*arguments)
+        cleanup.callback(broker.stop)
+        return broker
+
+    return start
+
+
+@pytest.fixture
 def listen(cleanup):
-    """Starts listeners on a Mosquitto."""
+    """Starts listeners on a broker."""
 
     def start(broker, topics="#"):
         return cleanup.enter_context(contextlib.closing(mosquitto_support.Listener(broker.watch_port, topics)))
+
+    return start
+
+
+@pytest.fixture
+def send(cleanup):
+    """Starts senders to a broker."""
+
+    def start(broker):
+        return cleanup.enter_context(contextlib.closing(mosquitto_support.Sender(broker.watch_port)))
 
     return start
 

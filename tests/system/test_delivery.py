@@ -256,8 +256,7 @@ def test_message_that_nobody_subscribed_to_is_passed_over(device, scripted):
     partner = scripted()
     device.configure(publications=[acknowledged(1)])
     device.run(*VERBOSE)
-    topic = b"some/topic"
-    partner.send_all(bytes([0x30, 2 + len(topic) + 3]) + len(topic).to_bytes(2, "big") + topic + b"abc")
+    partner.publish("some/topic", b"abc")
     wait_until(lambda: csvlog.has_message(NOT_OURS), "the line in the log")
     before = device.statistics()
     assert before.received == 0
@@ -269,18 +268,7 @@ def test_huge_message_that_nobody_subscribed_to_is_passed_over(device, scripted)
     partner = scripted()
     device.configure(publications=[acknowledged(1)])
     device.run(*VERBOSE)
-    topic = b"t" * 65535
-    body = len(topic).to_bytes(2, "big") + topic + bytes(2_000_000)
-    partner.send_all(bytes([0x30]) + remaining_length(len(body)) + body)
+    partner.publish("t" * 65535, bytes(2_000_000))
     wait_until(lambda: csvlog.has_message(NOT_OURS), "the line in the log")
     before = device.statistics().acknowledged
     wait_until(lambda: device.statistics().acknowledged > before + 5, "publications to go on")
-
-
-def remaining_length(size):
-    encoded = b""
-    while True:
-        size, low = size // 128, size % 128
-        encoded += bytes([low | (0x80 if size else 0)])
-        if not size:
-            return encoded

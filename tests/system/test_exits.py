@@ -10,9 +10,14 @@ from support.device import VERBOSE, exit_status
 NAMED_FILES = {
     "MQTTClientConf.xml": configuration.GENERAL_FILE,
     "Brokers.xml": configuration.BROKERS_FILE,
+    "Subscriptions.xml": configuration.SUBSCRIPTIONS_FILE,
     "Publications.xml": configuration.PUBLICATIONS_FILE,
 }
-PARSE_FAILURES = {"Brokers.xml": "ParseXMLFileBrokers failed", "Publications.xml": "ParseXMLFilePublications failed"}
+PARSE_FAILURES = {
+    "Brokers.xml": "ParseXMLFileBrokers failed",
+    "Subscriptions.xml": "ParseXMLFileSubscriptions failed",
+    "Publications.xml": "ParseXMLFilePublications failed",
+}
 
 
 def errors():

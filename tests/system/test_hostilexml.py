@@ -6,7 +6,7 @@ import pytest
 
 from support import configuration, csvlog
 from support.configuration import broker, publication
-from support.device import client_library_calls, exit_status
+from support.device import exit_status
 
 FILES = {
     "MQTTClientConf.xml": (configuration.GENERAL_FILE, "ClientConf"),

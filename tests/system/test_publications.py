@@ -5,26 +5,13 @@ import struct
 import pytest
 
 from support import configuration, csvlog, records
-from support.configuration import broker, data_at, member, publication
+from support.configuration import broker, caller_xml, data_at, member, publication
 from support.device import VERBOSE
-from support.records import BOOL, INT8, INT16, INT32, NOTYPE, REAL, STR8, STR16, STR32, STRUCT, UINT8, UINT16, UINT32
+from support.exchange import RAW_SIZES, payloads
+from support.records import INT16, INT32, NOTYPE, STR8, STR16, STRUCT, UINT8, UINT16, UINT32
 from support.waiting import holds_for, wait_until
 
 LARGEST_PAYLOAD = 5000
-
-
-def payloads(device, mosquitto, listen, memory, *cases):
-    """What goes out for these bytes of tag memory: the payload of each case, a dict of attributes, sent three times."""
-    listener = listen(mosquitto())
-    publications = []
-    for number, attributes in enumerate(cases, 1):
-        device.tags.write(data_at(number), memory)
-        publications.append(publication(number, **{"PeriodicInterval": 50} | attributes))
-    device.configure(publications=publications)
-    device.run()
-    sent = [{message.payload for message in listener.wait_for(f"plc/data/{n}", 3)} for n in range(1, len(cases) + 1)]
-    assert [len(different) for different in sent] == [1] * len(cases)
-    return [different.pop() for different in sent]
 
 
 def ends_with(result):
@@ -35,26 +22,8 @@ MEMORY = bytes(range(1, 256))
 
 
 def test_payload_is_the_tags_bytes(device, mosquitto, listen):
-    sizes = {
-        (BOOL, 0): 1,
-        (INT8, 0): 1,
-        (UINT8, 0): 1,
-        (INT16, 0): 2,
-        (UINT16, 0): 2,
-        (UINT32, 0): 4,
-        (INT32, 0): 4,
-        (REAL, 0): 4,
-        (f"{STR32}_3", 0): 16,
-        (f"{STR8}_10", 0): 11,
-        (f"{STR16}_10", 0): 22,
-        (UINT32, 1): 4,
-        (UINT32, 4): 16,
-        (INT8, 5): 5,
-        (f"{STR8}_10", 7): 11,
-        (f"{UINT16}_9", 0): 2,
-    }
-    cases = [{"DataType": data_type, "Ent": entries} for data_type, entries in sizes]
-    assert payloads(device, mosquitto, listen, MEMORY, *cases) == [MEMORY[:size] for size in sizes.values()]
+    cases = [{"DataType": data_type, "Ent": entries} for data_type, entries in RAW_SIZES]
+    assert payloads(device, mosquitto, listen, MEMORY, *cases) == [MEMORY[:size] for size in RAW_SIZES.values()]
 
 
 def test_struct_ends_with_its_last_member(device, mosquitto, listen):
@@ -280,7 +249,7 @@ def test_other_lines_of_a_publication(device, scripted):
 def test_element_of_another_name_behind_the_first_is_a_publication_too(device, mosquitto, listen):
     listener = listen(mosquitto())
     device.configure()
-    inner = configuration.publication_xml(publication(1)) + configuration.publication_xml(publication(2), "Anything")
+    inner = caller_xml(publication(1), "PublicationConf") + caller_xml(publication(2), "Anything")
     configuration.PUBLICATIONS_FILE.write_text(
         f"<PublicationsConf><Publications>{inner}</Publications></PublicationsConf>"
     )

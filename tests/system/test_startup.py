@@ -20,9 +20,10 @@ def test_general_record_counts_the_configured_entities(device):
     device.configure(
         brokers=[configuration.broker(1, AutoConnect=0), configuration.broker(2, AutoConnect=0)],
         publications=[configuration.publication(n) for n in (1, 2, 3)],
+        subscriptions=[configuration.subscription(n) for n in (1, 2, 3, 4)],
     )
     device.run()
-    assert device.general() == records.General(records.RUNNING, 2, 3, 0, 0)
+    assert device.general() == records.General(records.RUNNING, 2, 3, 4, 0)
 
 
 def test_no_publications_are_no_failure(device):
@@ -68,6 +69,7 @@ def test_steps_of_the_start_follow_each_other_in_order(device):
             "Initilize",
             "ManageTagsRegistration",
             "ManageClientBrokers",
+            "ManageSubscriptions",
             "ManagePeriodicPublications",
             "CheckSystemTime",
         )

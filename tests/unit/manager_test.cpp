@@ -70,6 +70,41 @@ TEST_F(Manager, findsTheFirstOfTwoEntitiesWithOneId)
     EXPECT_EQ(manager().getPublisherbyIdxUniqueID(999), -1);
 }
 
+TEST_F(Manager, tiesSubscriptionsAheadOfPublications)
+{
+    addBroker(1);
+    addPublication(10, 1);
+    Subscriber subscriber;
+    subscriber.m_CBrokerID = 1;
+    for (const int id : {20, 21, 21}) {
+        subscriber.m_UniqueID = id;
+        manager().m_subscriptions.append(subscriber);
+    }
+    EXPECT_EQ(manager().createMQTTClients(), SC_AC_OK);
+    std::vector<int> ids;
+    for (const MQTTCallerBase* caller : qAsConst(manager().m_clientBrokers[0].m_Callers))
+        ids.push_back(caller->m_UniqueID);
+    EXPECT_THAT(ids, ElementsAre(20, 21, 21, 10));
+    EXPECT_EQ(manager().m_subscriptions[0].m_cBroker, &manager().m_clientBrokers[0]);
+    EXPECT_EQ(manager().getSubscriberbIdxyUniqueID(21), 1);
+    EXPECT_EQ(manager().getSubscriberbIdxyUniqueID(999), -1);
+}
+
+TEST_F(Manager, clearsTheRecordsOfSubscriptionsAheadOfTheBrokers)
+{
+    addBroker(1);
+    Subscriber subscriber;
+    subscriber.m_SubAddr = 5000;
+    subscriber.m_Status.m_Subscribed = 1;
+    manager().m_subscriptions.append(subscriber);
+    manager().clearCfgStructs();
+    const auto& writes = FakeTagMemory::state().writes;
+    ASSERT_EQ(writes.size(), 2U);
+    EXPECT_EQ(writes[0].address, 5000U);
+    EXPECT_EQ(writes[0].bytes, Bytes(524, 0));
+    EXPECT_EQ(writes[1].address, 100U);
+}
+
 TEST_F(Manager, tiesPublicationsToTheirBrokersInFileOrder)
 {
     addBroker(1);

@@ -23,6 +23,14 @@ protected:
         manager().m_publications.append(publisher);
     }
 
+    void addSubscription(unsigned recordAddress, bool buffered)
+    {
+        Subscriber subscriber;
+        subscriber.m_SubAddr = recordAddress;
+        subscriber.m_BufferedFlag = buffered;
+        manager().m_subscriptions.append(subscriber);
+    }
+
     void addWill(int address, int size)
     {
         ClientBroker broker;
@@ -56,6 +64,16 @@ protected:
         return sizes;
     }
 };
+
+TEST_F(Registration, holdsTheReceivedBitsOfBufferedSubscriptionsBehindThePublications)
+{
+    addWill(300, 4);
+    addSubscription(1000, true);
+    addSubscription(2000, false);
+    addSubscription(98, true); // its received bit lies where a publication's tag begins
+    addTag(100, 8);
+    EXPECT_THAT(registerAll(), ElementsAre(ElementsAre("100:8", "1002:1", "300:4", "44:1", "47:1")));
+}
 
 TEST_F(Registration, withoutTagsHoldsTheTwoLinkStates)
 {

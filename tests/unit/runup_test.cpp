@@ -68,6 +68,70 @@ TEST_F(RunUp, handsOverAlsoAnEmptyListOfFailedBrokers)
     EXPECT_EQ(scheduler().m_ScheduledClientBrokersCounter, 0);
 }
 
+TEST_F(RunUp, subscribesWhatWantsItAtStart)
+{
+    addBroker("plant", true, 0);
+    for (const bool atBoot : {true, false, true}) {
+        Subscriber subscriber;
+        subscriber.m_CallerType = CT_SUBSCRIBER;
+        subscriber.m_Topic = QString("t/%1").arg(manager().m_subscriptions.size());
+        subscriber.m_SubscribeAtBootTime = atBoot;
+        manager().m_subscriptions.append(subscriber);
+    }
+    manager().createMQTTClients();
+    manager().ManageClientBrokers();
+    const LogCapture log;
+    EXPECT_EQ(manager().ManageSubscriptions(true), SC_AC_OK);
+    EXPECT_EQ(log.lines().front(), "DEBUG FIRED");
+    const auto& subscribes = FakeMqttClient::state().subscribes;
+    ASSERT_EQ(subscribes.size(), 2U);
+    EXPECT_EQ(subscribes[0].topic, "t/0");
+    EXPECT_EQ(subscribes[1].topic, "t/2");
+}
+
+TEST_F(RunUp, goesOnBehindASubscriptionThatFailed)
+{
+    addBroker("plant", true, 0);
+    Subscriber subscriber;
+    subscriber.m_SubscribeAtBootTime = true;
+    manager().m_subscriptions = {subscriber, subscriber};
+    manager().m_subscriptions[0].m_CBrokerID = 99; // no such broker
+    manager().createMQTTClients();
+    manager().ManageClientBrokers();
+    EXPECT_EQ(manager().ManageSubscriptions(true), SC_AC_ERROR_SUBSCRIPTION_FAILED);
+    EXPECT_FALSE(manager().m_subscriptions[0].IsSubscribed());
+    EXPECT_TRUE(manager().m_subscriptions[1].IsSubscribed());
+}
+
+TEST_F(RunUp, subscribesNothingWhenItIsNotAStart)
+{
+    addBroker("plant", true, 0);
+    Subscriber subscriber;
+    subscriber.m_SubscribeAtBootTime = true;
+    manager().m_subscriptions = {subscriber};
+    manager().createMQTTClients();
+    manager().ManageClientBrokers();
+    EXPECT_EQ(manager().ManageSubscriptions(false), SC_AC_OK);
+    EXPECT_TRUE(FakeMqttClient::state().subscribes.empty());
+}
+
+TEST_F(RunUp, namesSubscriptionsWhoseMessagesAreDropped)
+{
+    addBroker("plant", true, 0);
+    Subscriber subscriber;
+    subscriber.m_Name = "orders";
+    subscriber.m_BufferedFlag = true;
+    subscriber.m_SubscribeAtBootTime = true;
+    manager().m_subscriptions = {subscriber};
+    manager().createMQTTClients();
+    manager().ManageClientBrokers();
+    const LogCapture log;
+    manager().ManageSubscriptions(true);
+    EXPECT_TRUE(manager().m_subscriptions[0].IsSubscribed());
+    EXPECT_TRUE(
+        log.contains("WARN subscription 'orders' is buffered, which this version can't do: its messages are dropped"));
+}
+
 TEST_F(RunUp, schedulesEveryPublicationWithAPeriod)
 {
     for (const int period : {1000, NO_PERIOD, 0})
