@@ -8,6 +8,9 @@ import time
 from pathlib import Path
 
 
+RECEIVED_BIT = 2  # its place in a subscription's record
+
+
 class DemoFailure(Exception):
     """Something on the way did not work; the text says what."""
 
@@ -21,19 +24,35 @@ def wait_for(condition, seconds, what):
 
 
 class Controller:
+    """Each program gets a session of its own, since Ctrl-C is for the demo, which then ends them in their order."""
+
     def __init__(self, build):
         self._binaries = Path(build).resolve() / "bin"
         self._processes = {}
 
     def plcctl(self, *arguments):
         command = [self._binaries / "plcctl", *map(str, arguments)]
-        done = subprocess.run(command, capture_output=True, text=True, check=False)
+        done = subprocess.run(command, capture_output=True, text=True, check=False, start_new_session=True)
         if done.returncode != 0:
             raise DemoFailure(f"plcctl {' '.join(map(str, arguments))}: {done.stderr.strip()}")
         return done.stdout
 
     def status(self):
         return json.loads(self.plcctl("status", "--json"))
+
+    def read(self, address, size):
+        tag = json.loads(self.plcctl("tag", "get", address, "BYTES", "--count", size, "--json"))
+        return bytes.fromhex(tag["value"])
+
+    def write(self, address, data):
+        self.plcctl("tag", "set", address, "BYTES", data.hex())
+
+    def subscription_records(self):
+        """ID of the subscription -> fields of its record."""
+        return {subscription["id"]: subscription["record"] for subscription in self.status()["subscriptions"]}
+
+    def clear_received_bit(self, record):
+        self.write(record + RECEIVED_BIT, b"\0")
 
     def start_broker(self, port):
         self._start("mosquitto", ["mosquitto", "-p", str(port)])
@@ -57,7 +76,8 @@ class Controller:
     def _start(self, name, command):
         log = open(f"/tmp/{name}.log", "wb")  # noqa: SIM115 - belongs to the process from here on
         try:
-            self._processes[name] = subprocess.Popen(command, stdout=log, stderr=subprocess.STDOUT)
+            self._processes[name] = subprocess.Popen(command, stdout=log, stderr=subprocess.STDOUT,
+                                                     start_new_session=True)
         except OSError as error:
             raise DemoFailure(f"{name} can't be started: {error.strerror}") from error
 

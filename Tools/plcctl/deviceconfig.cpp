@@ -14,7 +14,6 @@ namespace plcctl {
 
 namespace {
 
-constexpr char SubscriptionsFile[] = "Subscriptions.xml";
 constexpr int OffsetPrefixLength = 2; // of "0x"
 
 QString text(const QXmlStreamReader& xml, const char* attribute)
@@ -237,10 +236,10 @@ DeviceConfig readDeviceConfig(const std::string& directory, ConfigScope scope)
     readFile(directory, DevicePaths::GeneralFile, "ClientConf", readGeneral, config);
     readFile(directory, DevicePaths::BrokersFile, "BrokersConf", listReader("Brokers", "BrokerConf", readBroker),
              config);
-    if (scope == ConfigScope::GeneralAndBrokers)
-        return config;
-    readFile(directory, SubscriptionsFile, "SubscriptionsConf",
+    readFile(directory, DevicePaths::SubscriptionsFile, "SubscriptionsConf",
              listReader("Subscriptions", "SubscriptionConf", readSubscription), config);
+    if (scope == ConfigScope::StatusRecords)
+        return config;
     readFile(directory, DevicePaths::PublicationsFile, "PublicationsConf",
              listReader("Publications", "PublicationConf", readPublication), config);
     return config;

@@ -56,7 +56,7 @@ struct DeviceConfig
 
 enum class ConfigScope
 {
-    GeneralAndBrokers, // the files that tell where the status records lie
+    StatusRecords, // the files that tell where the status records lie: all but the publications
     AllFiles
 };
 

@@ -120,6 +120,16 @@ std::string utcTime(std::int64_t nanosecondsSinceEpoch)
     return formatTime("%Y-%m-%dT%H:%M:%S", time, rest, "Z");
 }
 
+std::string utcSeconds(std::uint32_t secondsSinceEpoch)
+{
+    const std::time_t seconds = secondsSinceEpoch;
+    std::tm time{};
+    gmtime_r(&seconds, &time);
+    std::array<char, 64> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &time);
+    return text.data();
+}
+
 std::int64_t nowNanoseconds()
 {
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();

@@ -38,6 +38,9 @@ std::string localTime(std::int64_t nanosecondsSinceEpoch);
 // Coordinated universal time, "2024-05-06T07:08:09.012345Z".
 std::string utcTime(std::int64_t nanosecondsSinceEpoch);
 
+// The same to the second, "2024-05-06T07:08:09Z".
+std::string utcSeconds(std::uint32_t secondsSinceEpoch);
+
 std::int64_t nowNanoseconds();
 
 } // namespace plcctl

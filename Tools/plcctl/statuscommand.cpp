@@ -49,7 +49,7 @@ ExitCode watchStatus(const TagReader& reader, const DeviceConfig& config, const 
 
 ExitCode showStatus(const StatusArguments& arguments)
 {
-    const DeviceConfig config = readDeviceConfig(arguments.configDirectory, ConfigScope::GeneralAndBrokers);
+    const DeviceConfig config = readDeviceConfig(arguments.configDirectory, ConfigScope::StatusRecords);
     for (const FileProblem& problem : config.problems)
         printNote(printable(problem.file) + ": " + printable(problem.text));
     const TagReader reader;
@@ -65,7 +65,7 @@ ExitCode showStatus(const StatusArguments& arguments)
 void addStatusCommand(CLI::App& app, Action& action)
 {
     const auto arguments = std::make_shared<StatusArguments>();
-    CLI::App* command = app.add_subcommand("status", "Show the service's state, counters and brokers");
+    CLI::App* command = app.add_subcommand("status", "Show the service's state, counters, brokers and subscriptions");
     command->add_option("--config", arguments->configDirectory, "Configuration files that tell where the records lie")
         ->type_name("DIR")
         ->capture_default_str();

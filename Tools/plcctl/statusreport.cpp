@@ -1,55 +1,21 @@
 #include "statusreport.h"
 
-#include "Records/statuscodes.h"
+#include "reporttext.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace plcctl {
 
 namespace {
-
-constexpr std::size_t LabelWidth = 12;
-
-template<typename Record>
-std::optional<Record> readRecord(const TagReader& reader, std::optional<std::uint32_t> address)
-{
-    if (!address || bytesFrom(*address) < sizeof(Record))
-        return std::nullopt;
-    const auto bytes = reader.read(*address, sizeof(Record));
-    Record record;
-    std::memcpy(&record, bytes.data(), sizeof record);
-    return record;
-}
-
-// "PS_RUNNING (1), running"; a code without a name is its number alone.
-std::string describe(CodeDomain domain, int code)
-{
-    const CodeText text = describeCode(domain, code);
-    const std::string number = std::to_string(code);
-    const std::string name = *text.name == '\0' ? number : text.name + (" (" + number + ")");
-    return name + ", " + text.text;
-}
 
 std::string counted(std::uint32_t number, const std::string& what)
 {
     return std::to_string(number) + " " + what + (number == 1 ? "" : "s");
 }
 
-std::string head(std::string label, std::optional<std::uint32_t> address)
-{
-    label.resize(std::max(label.size() + 1, LabelWidth), ' ');
-    return address ? label + "at " + std::to_string(*address) + ": " : label;
-}
-
-std::string absence(std::optional<std::uint32_t> address)
-{
-    return address ? "outside tag memory" : "no address, because the configuration can't be read";
-}
-
 std::string generalLine(const StatusReport& report)
 {
-    const std::string label = head("general", report.generalAddress);
+    const std::string label = lineHead("general", report.generalAddress);
     if (!report.general)
         return label + absence(report.generalAddress);
     const MQTTGeneralStruct& general = *report.general;
@@ -61,7 +27,7 @@ std::string generalLine(const StatusReport& report)
 
 std::string statisticsLine(const StatusReport& report)
 {
-    const std::string label = head("statistics", report.statisticsAddress);
+    const std::string label = lineHead("statistics", report.statisticsAddress);
     if (!report.statistics)
         return label + absence(report.statisticsAddress);
     const MQTTStatisticsStruct& statistics = *report.statistics;
@@ -70,16 +36,10 @@ std::string statisticsLine(const StatusReport& report)
            std::to_string(statistics.m_DroppedSubs) + " dropped";
 }
 
-// A flag byte that is neither 0 nor 1 shows with its value: no state of the service's own has it.
-std::string flag(std::uint8_t byte, const char* yes, const char* no)
-{
-    return byte == 0 ? no : byte == 1 ? yes : yes + (" (byte " + std::to_string(byte) + ")");
-}
-
 std::string brokerLine(const BrokerStatus& status)
 {
     const BrokerEntry& broker = status.broker;
-    const std::string label = head("broker " + std::to_string(broker.id), broker.statusAddress) +
+    const std::string label = lineHead("broker " + std::to_string(broker.id), broker.statusAddress) +
                               inQuotes(broker.name) + " " + printable(broker.host) + ":" + std::to_string(broker.port) +
                               ", ";
     if (!status.block)
@@ -89,12 +49,6 @@ std::string brokerLine(const BrokerStatus& status)
            flag(block.m_SessionPresent, "stored session", "no stored session") + "; last result " +
            describe(CodeDomain::Broker, block.m_ReturnCode) +
            (block.m_Reserved == 0 ? "" : "; reserved " + std::to_string(block.m_Reserved));
-}
-
-Json codeJson(CodeDomain domain, int code)
-{
-    const CodeText text = describeCode(domain, code);
-    return {{"code", code}, {"name", text.name}, {"text", text.text}};
 }
 
 Json generalJson(const StatusReport& report)
@@ -153,10 +107,16 @@ StatusReport readStatus(const TagReader& reader, const DeviceConfig& config)
     report.statistics = readRecord<MQTTStatisticsStruct>(reader, config.statisticsAddress);
     for (const BrokerEntry& broker : config.brokers)
         report.brokers.push_back({broker, readRecord<BrokerStatusBlock>(reader, broker.statusAddress)});
+    for (const SubscriptionEntry& subscription : config.subscriptions) {
+        report.subscriptions.push_back(
+            {subscription, readRecord<SubscriberStatusStruct>(reader, subscription.recordAddress)});
+    }
     report.problems = config.problems;
     report.complete = report.general && report.statistics && report.problems.empty() &&
                       std::all_of(report.brokers.begin(), report.brokers.end(),
-                                  [](const BrokerStatus& status) { return status.block.has_value(); });
+                                  [](const BrokerStatus& status) { return status.block.has_value(); }) &&
+                      std::all_of(report.subscriptions.begin(), report.subscriptions.end(),
+                                  [](const SubscriptionStatus& status) { return status.record.has_value(); });
     return report;
 }
 
@@ -165,6 +125,8 @@ std::vector<std::string> linesOf(const StatusReport& report)
     std::vector<std::string> lines{generalLine(report), statisticsLine(report)};
     for (const BrokerStatus& status : report.brokers)
         lines.push_back(brokerLine(status));
+    for (const SubscriptionStatus& status : report.subscriptions)
+        lines.push_back(subscriptionLine(status));
     return lines;
 }
 
@@ -173,12 +135,16 @@ Json jsonOf(const StatusReport& report)
     Json brokers = Json::array();
     for (const BrokerStatus& status : report.brokers)
         brokers.push_back(brokerJson(status));
+    Json subscriptions = Json::array();
+    for (const SubscriptionStatus& status : report.subscriptions)
+        subscriptions.push_back(subscriptionJson(status));
     Json problems = Json::array();
     for (const FileProblem& problem : report.problems)
         problems.push_back({{"file", problem.file}, {"text", problem.text}});
     return {{"general", generalJson(report)},
             {"statistics", statisticsJson(report)},
             {"brokers", brokers},
+            {"subscriptions", subscriptions},
             {"problems", problems},
             {"complete", report.complete}};
 }

@@ -2,6 +2,7 @@
 
 #include "deviceconfig.h"
 #include "output.h"
+#include "subscriptionreport.h"
 #include "tagaccess.h"
 
 #include "Records/brokerrecords.h"
@@ -28,6 +29,7 @@ struct StatusReport
     std::optional<std::uint32_t> statisticsAddress;
     std::optional<MQTTStatisticsStruct> statistics;
     std::vector<BrokerStatus> brokers;
+    std::vector<SubscriptionStatus> subscriptions;
     std::vector<FileProblem> problems;
     bool complete = false; // all files were whole, and all of their addresses can be read
 };

@@ -5,12 +5,44 @@
 #include "Records/brokerrecords.h"
 #include "Records/generalrecords.h"
 #include "Records/linkstates.h"
+#include "Records/subscriptionrecords.h"
+
+#include <array>
+#include <cstddef>
 
 namespace plcctl {
 
 namespace {
 
-constexpr std::uint64_t SubscriptionRecordSize = 524;
+// A field of a subscription's record, by its place in the record.
+struct Field
+{
+    std::uint64_t offset;
+    std::uint64_t size;
+    const char* name;
+};
+
+constexpr std::array SubscriptionFields{
+    Field{offsetof(SubscriberStatusStruct, m_Subscribed), 1, "subscribed"},
+    Field{offsetof(SubscriberStatusStruct, m_SubscriptionStatus), 1, "last result"},
+    Field{offsetof(SubscriberStatusStruct, m_ReceivedBit), 1, "received bit"},
+    Field{offsetof(SubscriberStatusStruct, m_QueueFull), 1, "queue full"},
+    Field{offsetof(SubscriberStatusStruct, m_LastMessageTopic), sizeof(SubscriberStatusStruct::m_LastMessageTopic),
+          "topic of the last message"},
+    Field{offsetof(SubscriberStatusStruct, m_LastMessageUTC), sizeof(SubscriberStatusStruct::m_LastMessageUTC),
+          "time of the last message"},
+    Field{offsetof(SubscriberStatusStruct, m_BufferedDataStatus), 1, "hand-over state"},
+};
+
+// ": received bit" for bytes that lie within that one field, else nothing.
+std::string fieldSuffix(std::uint64_t offset, std::uint64_t size)
+{
+    for (const Field& field : SubscriptionFields) {
+        if (field.offset <= offset && offset + size <= field.offset + field.size)
+            return std::string(": ") + field.name;
+    }
+    return "";
+}
 
 } // namespace
 
@@ -37,7 +69,8 @@ TagNames::TagNames(const DeviceConfig& config)
     for (const SubscriptionEntry& subscription : config.subscriptions) {
         const std::string name = "subscription " + inQuotes(subscription.name);
         add(subscription.dataAddress, subscription.dataSize, name + " data");
-        add(subscription.recordAddress, SubscriptionRecordSize, name + " record");
+        add(subscription.recordAddress, sizeof(SubscriberStatusStruct), name + " record");
+        m_areas.back().isSubscriptionRecord = true;
     }
 }
 
@@ -50,8 +83,11 @@ std::string TagNames::describe(std::uint64_t position, std::uint64_t size) const
 {
     std::string names;
     for (const Area& area : m_areas) {
-        if (area.begin < position + size && position < area.end)
-            names += (names.empty() ? "" : ", ") + area.name;
+        if (area.begin >= position + size || position >= area.end)
+            continue;
+        names += (names.empty() ? "" : ", ") + area.name;
+        if (area.isSubscriptionRecord && position >= area.begin)
+            names += fieldSuffix(position - area.begin, size);
     }
     return names;
 }

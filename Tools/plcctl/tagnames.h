@@ -14,7 +14,8 @@ class TagNames
 public:
     explicit TagNames(const DeviceConfig& config);
 
-    // The names of all that these bytes touch, separated by ", "; empty where nothing is known.
+    // The names of all that these bytes touch, separated by ", "; empty where nothing is known. Bytes inside one field
+    // of a subscription's record are named by that field as well.
     [[nodiscard]] std::string describe(std::uint64_t position, std::uint64_t size) const;
 
 private:
@@ -23,6 +24,7 @@ private:
         std::uint64_t begin;
         std::uint64_t end;
         std::string name;
+        bool isSubscriptionRecord = false;
     };
 
     void add(std::uint64_t position, std::uint64_t size, std::string name);

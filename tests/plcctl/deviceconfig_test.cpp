@@ -157,10 +157,12 @@ TEST_F(DeviceConfigTest, AGeneralFileNeedsBothElements)
     EXPECT_EQ(config.problems.size(), 1U);
 }
 
-TEST_F(DeviceConfigTest, TheStatusRecordsNeedOnlyTheirTwoFiles)
+TEST_F(DeviceConfigTest, TheStatusRecordsNeedOnlyTheirThreeFiles)
 {
+    std::filesystem::remove(directory / "Publications.xml");
+    EXPECT_TRUE(readDeviceConfig(directory.string(), ConfigScope::StatusRecords).problems.empty());
     std::filesystem::remove(directory / "Subscriptions.xml");
-    EXPECT_TRUE(readDeviceConfig(directory.string(), ConfigScope::GeneralAndBrokers).problems.empty());
+    EXPECT_EQ(readDeviceConfig(directory.string(), ConfigScope::StatusRecords).problems.size(), 1U);
 }
 
 TEST_F(DeviceConfigTest, EntitiesThatGrowWithoutBoundAreAProblemAndNotAHang)

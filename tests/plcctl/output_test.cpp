@@ -32,3 +32,10 @@ TEST(Output, TimesAreShownToTheMicrosecond)
     EXPECT_EQ(utcTime(1'000'000'000'000'001'999), "2001-09-09T01:46:40.000001Z");
     EXPECT_EQ(utcTime(-1), "1969-12-31T23:59:59.999999Z");
 }
+
+TEST(Output, TheTimesOfRecordsAreShownToTheSecondUpToTheirLast)
+{
+    EXPECT_EQ(utcSeconds(0), "1970-01-01T00:00:00Z");
+    EXPECT_EQ(utcSeconds(1'000'000'000), "2001-09-09T01:46:40Z");
+    EXPECT_EQ(utcSeconds(4'294'967'295), "2106-02-07T06:28:15Z");
+}

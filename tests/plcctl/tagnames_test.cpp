@@ -46,6 +46,32 @@ TEST(TagNames, ATagIsNamedFromItsFirstByteToItsLast)
     EXPECT_EQ(names.describe(9524, 1), "");
 }
 
+TEST(TagNames, BytesWithinOneFieldOfASubscriptionsRecordAreNamedByTheField)
+{
+    struct
+    {
+        std::uint64_t offset, size;
+        const char* field;
+    } const rows[] = {{0, 1, ": subscribed"},
+                      {1, 1, ": last result"},
+                      {2, 1, ": received bit"},
+                      {3, 1, ": queue full"},
+                      {4, 512, ": topic of the last message"},
+                      {514, 2, ": topic of the last message"},
+                      {516, 4, ": time of the last message"},
+                      {520, 1, ": hand-over state"},
+                      {2, 2, ""},
+                      {515, 2, ""},
+                      {520, 2, ""},
+                      {521, 3, ""}};
+    const TagNames names(plant());
+    for (const auto& row : rows)
+        EXPECT_EQ(names.describe(9000 + row.offset, row.size),
+                  std::string("subscription 'setpoint' record") + row.field)
+            << row.offset << " " << row.size;
+    EXPECT_EQ(names.describe(8999, 2), "subscription 'setpoint' record");
+}
+
 TEST(TagNames, AWriteOverSeveralTagsNamesThemAll)
 {
     EXPECT_EQ(TagNames(plant()).describe(1024, 600), "general, statistics");

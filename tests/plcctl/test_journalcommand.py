@@ -35,7 +35,7 @@ def test_the_journal_names_all_that_the_configuration_knows(plant):
         "publication 'level' data",
         "publication 'level' acknowledgement",
         "subscription 'setpoint' data",
-        "subscription 'setpoint' record",
+        "subscription 'setpoint' record: subscribed",
         None,
     ]
 
