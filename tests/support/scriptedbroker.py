@@ -44,6 +44,12 @@ class Publish(NamedTuple):
     time: float
 
 
+class Subscribe(NamedTuple):
+    topics: list  # (filter, qos) of each
+    identifier: int
+    time: float
+
+
 class ScriptedBroker:
     def __init__(self, port=1883, tls=None):
         # What it answers; may be changed at any time.
@@ -53,11 +59,18 @@ class ScriptedBroker:
         self.hang_up = False  # closes instead of CONNACK
         self.acknowledge = True  # publications at QoS 1 and 2
         self.cut_publish_answer = False  # half an acknowledgement, then the connection is closed
+        self.grant = None  # return code of SUBACK; None grants what was asked for
+        self.answer_subscribe = True
+        self.cut_subscribe_answer = False  # half a SUBACK, then the connection is closed
+        self.before_subscribe_answer = b""  # goes out ahead of each SUBACK
+        self.after_subscribe_answer = b""  # goes out with it, in one piece
 
         # What came in.
         self.connections = 0
         self.connects = []
         self.publishes = []
+        self.subscribes = []
+        self.acknowledged = []  # identifiers of messages to the client, as its PUBACKs and PUBCOMPs came
         self.disconnects = 0
         self.closed = 0
         self.ciphers = []  # (name, TLS version) of each handshake
@@ -83,6 +96,9 @@ class ScriptedBroker:
         """Sends these bytes on every connection, whatever they mean."""
         for connection in self._sockets:
             connection.sendall(data)
+
+    def publish(self, topic, payload=b"", qos=0, identifier=1, retain=False):
+        self.send_all(publish_packet(topic, payload, qos, identifier, retain))
 
     def acknowledge_now(self):
         """Acknowledges from now on, and what has been waiting as well."""
@@ -158,12 +174,28 @@ class ScriptedBroker:
         elif kind == PINGREQ:
             connection.sendall(bytes([PINGRESP << 4, 0]))
         elif kind == SUBSCRIBE:
-            connection.sendall(bytes([SUBACK << 4, 3]) + body[:2] + b"\0")
+            return self._on_subscribe(connection, decode_subscribe(body))
+        elif kind in (PUBACK, PUBCOMP):
+            self.acknowledged.append(struct.unpack(">H", body)[0])
+        elif kind == PUBREC:
+            connection.sendall(bytes([PUBREL << 4 | 2, 2]) + body[:2])
         elif kind == UNSUBSCRIBE:
             self._send_short(connection, UNSUBACK, body)
         elif kind == DISCONNECT:
             self.disconnects += 1
             return False
+        return True
+
+    def _on_subscribe(self, connection, subscribe):
+        self.subscribes.append(subscribe)
+        codes = bytes(qos if self.grant is None else self.grant for _, qos in subscribe.topics)
+        answer = packet(SUBACK << 4, struct.pack(">H", subscribe.identifier) + codes)
+        connection.sendall(self.before_subscribe_answer)
+        if self.cut_subscribe_answer:
+            connection.sendall(answer[: len(answer) // 2])
+            return False
+        if self.answer_subscribe:
+            connection.sendall(answer + self.after_subscribe_answer)
         return True
 
     def _on_publish(self, connection, publish):
@@ -222,6 +254,31 @@ def decode_publish(flags, body):
     topic, qos = reader.text(), flags >> 1 & 3
     identifier = reader.number() if qos else 0
     return Publish(topic, reader.data, qos, bool(flags & 1), bool(flags & 8), identifier, time.monotonic())
+
+
+def decode_subscribe(body):
+    reader = _Reader(body)
+    identifier, topics = reader.number(), []
+    while reader.data:
+        topics.append((reader.text(), reader.number(1)))
+    return Subscribe(topics, identifier, time.monotonic())
+
+
+def packet(head, body, announced=None):
+    """`announced` is a length that the packet claims to have in place of its own."""
+    length, head = len(body) if announced is None else announced, bytes([head])
+    while True:
+        length, digit = length >> 7, length & 0x7F
+        head += bytes([digit | (0x80 if length else 0)])
+        if not length:
+            return head + body
+
+
+def publish_packet(topic, payload=b"", qos=0, identifier=1, retain=False, announced=None):
+    """A message to the client. Topic and payload may be texts or bytes, and then anything at all."""
+    name, content = (part.encode() if isinstance(part, str) else part for part in (topic, payload))
+    body = struct.pack(">H", len(name)) + name + (struct.pack(">H", identifier) if qos else b"")
+    return packet(PUBLISH << 4 | qos << 1 | int(retain), body + content, announced)
 
 
 def tls_context(server):

@@ -53,6 +53,28 @@ def test_scripted_broker_delivers_at_every_quality_of_service(scripted):
     client.loop_stop()
 
 
+def test_scripted_broker_delivers_messages_at_every_quality_of_service(scripted):
+    broker = scripted()
+    client = connected_client()
+    granted, received = [], []
+    client.on_subscribe = lambda _client, _context, _identifier, codes: granted.extend(codes)
+    client.on_message = lambda _client, _context, message: received.append(message)
+    client.connect("127.0.0.1", 1883)
+    client.loop_start()
+    client.subscribe([("ä/#", 2), ("b", 0)])
+    wait_until(lambda: granted, "the answer to the subscription")
+    assert granted == [2, 0]
+    assert broker.subscribes[0].topics == [("ä/#", 2), ("b", 0)]
+    for qos in range(3):
+        broker.publish("ä/b", bytes(300), qos, 10 + qos, retain=True)
+    wait_until(lambda: len(received) == 3, "the messages")
+    assert [(message.topic, message.payload, message.qos, message.retain) for message in received] == [
+        ("ä/b", bytes(300), qos, True) for qos in range(3)
+    ]
+    wait_until(lambda: broker.acknowledged == [11, 12], "the acknowledgements")
+    client.loop_stop()
+
+
 def test_scripted_broker_refuses_with_a_code(scripted):
     broker = scripted()
     broker.refuse = 5
@@ -99,6 +121,27 @@ def test_tag_memory_records_are_decoded_by_offset():
     assert memory.general(100) == records.General(records.TIME_NOT_SET, 2, 3, 5, 0)
     memory.write(tags.OPERAND_BASE + 8, bytes([1, 0, 0xF3, 0]))
     assert memory.broker(tags.OPERAND_BASE + 8) == records.BrokerStatus(1, 0, records.CONNECTION_LOST, 0)
+
+
+def test_subscription_record_is_decoded_by_offset():
+    memory = tags.TagMemory()
+    topic = "a/ä😀".encode("utf-16-le")
+    memory.write(2000, bytes([1, 0xF1, 1, 1]) + topic + b"\0\0left over")
+    memory.write(2000 + 516, bytes([4, 3, 2, 1, 2, 0, 0, 0]))
+    expected = records.SubscriptionStatus(1, records.SUBSCRIPTION_LOST, 1, 1, "a/ä😀", 0x01020304, 2)
+    assert memory.subscription(2000) == expected
+    assert records.SubscriptionStatus.SIZE == 524
+
+
+def test_writes_outside_of_what_is_configured_are_found(device):
+    device.configure(
+        brokers=[configuration.broker(AutoConnect=0)], subscriptions=[configuration.subscription(SubscribeAtBoot=0)]
+    )
+    device.run()
+    assert device.stray_writes() == []
+    device.configure(brokers=[], subscriptions=[])
+    strays = {(write.position, write.size) for write in device.stray_writes()}
+    assert strays == {(configuration.broker_at(1), 4), (configuration.subscription_at(1), 524)}
 
 
 def test_configuration_values_survive_xml():
