@@ -150,6 +150,7 @@ StatusCodes MQTTClientManager::createMQTTClients()
     }
 
     for (ClientBroker& broker : m_clientBrokers) {
+        broker.PrepareCallers();
         const int result = broker.CreateMQTTClient();
         if (result != SC_AC_OK) {
             PLOG_ERROR << QString("the client of broker '%1' can't be created").arg(broker.Name);

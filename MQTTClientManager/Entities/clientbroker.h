@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Entities/topicsieve.h"
 #include "processending.h"
 #include "Records/argtype.h"
 #include "Records/brokerrecords.h"
@@ -17,7 +18,6 @@
 class MQTTCallerBase;
 class MQTTManagerServices;
 class MQTTStatusLogManager;
-class TopicFilter;
 class Turn;
 
 // Level of encryption, as the configuration numbers it. Numbers above behave as ENC_SSL_NO_SERVER_AUTH.
@@ -45,6 +45,10 @@ class ClientBroker
 {
 public:
     ClientBroker();
+
+    // Takes the topics of all callers into the sieve, once they are all there. Without it, or with callers that came
+    // later, every caller is asked for every message.
+    void PrepareCallers();
 
     // Makes the client library's handle. The library's code is the result and stands in the status block.
     StatusCodes CreateMQTTClient();
@@ -134,15 +138,6 @@ private:
         unsigned losses;
     };
 
-    // What a subscribe or unsubscribe request means for a message of a session that isn't kept.
-    enum class RequestPhase
-    {
-        None,
-        Writing,  // a failure now would close the session
-        Waiting,  // for the broker's answer, which the thread of the message callbacks brings
-        Expiring, // the library is about to close the session for want of an answer
-    };
-
     [[nodiscard]] BrokerStatusBlock statusBlock() const;
     Attempt attemptConnection(MQTTClient_connectOptions& options);
     CBrokerStatusCodes connectInLibrary(MQTTClient client, MQTTClient_connectOptions& options, unsigned losses);
@@ -150,27 +145,32 @@ private:
     int publishInLibrary(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService,
                          bool retained, MQTTClient_deliveryToken& token);
     [[nodiscard]] std::chrono::milliseconds messagePatience() const;
-    [[nodiscard]] RequestPhase requestPhase() const;
+    [[nodiscard]] bool mayRequestCloseSession() const;
     bool takeMessage(std::optional<Turn>& turn);
-    void awaitRequestFor(const char* topicName);
+    // After a call that may have closed the session, while message callbacks keep away.
+    void noteSessionEnd(MQTTClient client);
     void offerMessage(char* topicName, MQTTClient_message* message);
     bool waitForAcknowledgements();
     void restartAcknowledgementClock();
     void leaveFlight();
 
+    TopicSieve m_Sieve; // a row for each of m_Callers; constant once the clients are created
+
     Ordered<int> m_ClientUsers; // threads that hold the handle for a call, callbacks included
-    // Turns: one attempt at a time; one publication at a time, its wait included; and one of publication, attempt and
-    // message callback at a time, since the first two may free the message that the third is looking at.
+    // Turns: one attempt at a time; one publication at a time, its wait included; one subscribe or unsubscribe request
+    // at a time; and one of publication, attempt and message callback at a time, since the first two may free the
+    // message that the third is looking at. A request takes the last one only to let a callback end.
     Ordered<bool> m_Connecting;
     Ordered<bool> m_Publishing;
+    Ordered<bool> m_Requesting;
     Ordered<bool> m_MessagesInUse;
-    Ordered<bool> m_Requesting;     // and one subscribe or unsubscribe request at a time
-    Ordered<qint64> m_RequestBegin; // of the one that lives: steady clock, ms; 0 without one
-    Ordered<const TopicFilter*> m_RequestedFilter;
-    Ordered<bool> m_InConnect;      // while the library makes an attempt
-    Ordered<unsigned> m_Losses;     // lost connections, ever
-    Ordered<unsigned> m_Deliveries; // acknowledged messages, ever
-    Ordered<int> m_InFlight;        // messages that wait for their acknowledgement
+    Ordered<bool> m_IsSessionClosed;              // the messages of a clean session are gone with it
+    Ordered<qint64> m_RequestBegin;               // of the request that lives: steady clock, ms; 0 without one
+    Ordered<const MQTTCallerBase*> m_Subscribing; // who is being subscribed
+    Ordered<bool> m_InConnect;                    // while the library makes an attempt
+    Ordered<unsigned> m_Losses;                   // lost connections, ever
+    Ordered<unsigned> m_Deliveries;               // acknowledged messages, ever
+    Ordered<int> m_InFlight;                      // messages that wait for their acknowledgement
     Relaxed<qint64> m_WaitingSince; // steady clock, ms: when the wait for an acknowledgement began or last got on
 };
 

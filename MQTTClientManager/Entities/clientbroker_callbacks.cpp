@@ -19,8 +19,8 @@ namespace {
 constexpr std::chrono::microseconds MessagePause(50);
 constexpr std::chrono::milliseconds MessagePatience(100);
 
-// A request is long on its way to the broker after the first, and the library waits for its answer for 10 s.
-constexpr std::chrono::milliseconds RequestWritten(10);
+// A request is long on its way to the broker after the first, and the library waits for its answer for some 10 s.
+constexpr std::chrono::milliseconds RequestWritten(5);
 constexpr std::chrono::milliseconds RequestExpiring(9'000);
 
 // The clean-up thread may have destroyed the client whose message this is, and the message with it. The use that the
@@ -79,9 +79,8 @@ int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTT
     stayWhileProcessEnds();
     std::optional<Turn> turn;
     if (CleanSessionFlag && !takeMessage(turn))
-        return 0; // nothing was touched: the library keeps the message, or has dropped it with the session
+        return 0; // nothing was touched: the message is gone with its session, or the library keeps it for now
     stayWhileProcessEnds();
-    awaitRequestFor(topicName);
     offerMessage(topicName, message);
     MQTTClient_freeMessage(&message);
     MQTTClient_free(topicName);
@@ -89,23 +88,17 @@ int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTT
 }
 
 // Without a session to keep, a connection attempt, a failing publication or a failing request frees the messages that
-// the library holds, this one included. True when that can't happen while `turn` lives.
+// the library holds, this one included. True when that hasn't happened and can't happen while `turn` lives.
 bool ClientBroker::takeMessage(std::optional<Turn>& turn)
 {
     while (true) {
         turn.emplace(m_MessagesInUse, MessagePause, messagePatience());
-        if (!turn->isMine())
+        if (!turn->isMine() || m_IsSessionClosed)
             return false;
-        switch (requestPhase()) {
-        case RequestPhase::None:
-        case RequestPhase::Waiting:
+        if (!mayRequestCloseSession())
             return true;
-        case RequestPhase::Expiring:
-            return false;
-        case RequestPhase::Writing:
-            break;
-        }
         turn.reset(); // the request waits for it
+        stayWhileProcessEnds();
         std::this_thread::sleep_for(MessagePause);
     }
 }
@@ -116,40 +109,49 @@ std::chrono::milliseconds ClientBroker::messagePatience() const
     return m_InConnect ? std::chrono::milliseconds(0) : MessagePatience;
 }
 
-ClientBroker::RequestPhase ClientBroker::requestPhase() const
+bool ClientBroker::mayRequestCloseSession() const
 {
     const qint64 begin = m_RequestBegin;
     if (begin == 0)
-        return RequestPhase::None;
+        return false;
     const std::chrono::milliseconds age(steadyMilliseconds() - begin);
-    if (age < RequestWritten)
-        return RequestPhase::Writing;
-    return age < RequestExpiring ? RequestPhase::Waiting : RequestPhase::Expiring;
+    return age < RequestWritten || age >= RequestExpiring;
 }
 
-void ClientBroker::awaitRequestFor(const char* topicName)
+void ClientBroker::noteSessionEnd(MQTTClient client)
 {
-    // The broker's answer and the subscription's first messages come together, retained ones above all: the subscribing
-    // thread has to note the answer first, or nobody counts as subscribed.
-    const TopicFilter* filter = m_RequestedFilter;
-    if (!filter || !filter->matchesByAnyRule(topicName))
-        return;
-    const auto begin = std::chrono::steady_clock::now();
-    while (m_RequestedFilter == filter && std::chrono::steady_clock::now() - begin < MessagePatience)
-        std::this_thread::sleep_for(MessagePause);
+    if (CleanSessionFlag && !MQTTClient_isConnected(client))
+        m_IsSessionClosed = true;
 }
 
 void ClientBroker::offerMessage(char* topicName, MQTTClient_message* message)
 {
+    // A subscription's first messages, retained ones above all, may come ahead of the broker's answer, and come before
+    // the subscribing thread has noted it: whoever is being subscribed is offered them as well.
     // Intended: a topic with a zero byte inside ends there.
-    const int length = static_cast<int>(std::strlen(topicName));
+    const std::size_t length = std::strlen(topicName);
+    const bool isSifted = m_Sieve.size() == m_Callers.size();
     bool isTaken = false;
-    for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
-        if (caller->m_CallerType == CT_SUBSCRIBER && caller->IsSubscribed())
-            isTaken |= caller->MessageArrived(topicName, length, message);
+    for (int i = 0; i < m_Callers.size(); ++i) {
+        if (isSifted && !m_Sieve.mayMatch(i, topicName, length))
+            continue;
+        MQTTCallerBase* caller = m_Callers.at(i);
+        if (caller->m_CallerType == CT_SUBSCRIBER && (caller->IsSubscribed() || caller == m_Subscribing))
+            isTaken |= caller->MessageArrived(topicName, static_cast<int>(length), message);
     }
     if (!isTaken) {
         PLOG_DEBUG << "Accepted message does not belong to any topic";
+    }
+}
+
+void ClientBroker::PrepareCallers()
+{
+    m_Sieve = {};
+    for (const MQTTCallerBase* caller : qAsConst(m_Callers)) {
+        if (caller->m_CallerType == CT_SUBSCRIBER)
+            m_Sieve.addFilter(TopicFilter(caller->m_Topic), caller->m_Special);
+        else
+            m_Sieve.addNone();
     }
 }
 

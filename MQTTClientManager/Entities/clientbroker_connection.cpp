@@ -76,6 +76,7 @@ CBrokerStatusCodes ClientBroker::connectInLibrary(MQTTClient client, MQTTClient_
         return static_cast<CBrokerStatusCodes>(connected);
     }
 
+    m_IsSessionClosed = false;
     adoptMessagesInFlight(client);
     m_Connected = 1;
     if (options.returned.sessionPresent == 1)

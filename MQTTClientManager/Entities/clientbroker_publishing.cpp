@@ -54,8 +54,10 @@ int ClientBroker::publishInLibrary(const QByteArray& topic, const void* payload,
     if (!client.handle())
         return PSC_ERROR_NOT_PUBLISHED;
     const Turn turn(m_MessagesInUse, AcknowledgementPoll);
-    return MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, qualityOfService, retained,
-                              &token);
+    const int result = MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, qualityOfService,
+                                          retained, &token);
+    noteSessionEnd(client.handle());
+    return result;
 }
 
 bool ClientBroker::waitForAcknowledgements()

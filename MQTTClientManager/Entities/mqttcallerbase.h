@@ -29,6 +29,9 @@ enum MQTTPayloadFormat : int
 // Largest tag that is put together in memory to be written.
 inline constexpr int MAX_TAG_BYTES = 16 * 1024 * 1024;
 
+// Tags of at most this size lie on the stack while they are converted.
+inline constexpr int StackTagBytes = 2048;
+
 // What m_CallerType holds: the broker selects its callers by this, not by their class.
 enum CallerType : int
 {

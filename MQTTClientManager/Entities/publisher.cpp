@@ -14,9 +14,6 @@
 
 namespace {
 
-// Most tags lie on the stack while they are read.
-constexpr int StackTagBytes = 2048;
-
 // What one read can bring, at most.
 int readableSize(int size)
 {
@@ -63,9 +60,10 @@ PublicationStatusCodes Publisher::publishJson()
     QVarLengthArray<char, StackTagBytes> data(readableSize(m_DataSize));
     std::fill(data.begin(), data.end(), '\0');
     const QByteArray text = assembleJsonByteArrayFromBuffer(data.data(), m_DataSize);
-    if (text.size() > SIZEOF_PUBLISH_BUFFER)
+    if (text.isNull()) {
+        m_PublishBuffer.fill('\0');
         return PSC_ERROR_DATA_BIG_THAN_BUFF;
-    std::copy(text.begin(), text.end(), m_PublishBuffer.begin());
+    }
     return publishBuffer(text.size());
 }
 
@@ -73,34 +71,26 @@ QByteArray Publisher::assembleJsonByteArrayFromBuffer(char* buffer, int size)
 {
     TagMemory::Read(static_cast<unsigned short>(std::max(size, 0)), m_DataAddress,
                     reinterpret_cast<unsigned char*>(buffer));
-    QByteArray text;
-    text.reserve(SIZEOF_PUBLISH_BUFFER);
+    BoundedText text(m_PublishBuffer.data(), m_PublishBuffer.size());
     if (m_DataType == AT_STRUCT)
         appendMembers(text, buffer, readableSize(size));
     else
-        m_Services->AppendTagText(text, buffer, readableSize(size), m_DataType, m_DataLen, m_Entries,
-                                  SIZEOF_PUBLISH_BUFFER);
-    return text;
+        m_Services->AppendTagText(text, buffer, readableSize(size), m_DataType, m_DataLen, m_Entries);
+    return text.fits() ? QByteArray::fromRawData(text.text().data(), static_cast<int>(text.text().size()))
+                       : QByteArray();
 }
 
-void Publisher::appendMembers(QByteArray& text, const char* bytes, int size)
+void Publisher::appendMembers(BoundedText& text, const char* bytes, int size)
 {
-    if (m_JsonKeys.size() != m_DataMembers.size()) {
-        m_JsonKeys.clear();
-        for (const JsonDataMember& member : qAsConst(m_DataMembers))
-            m_JsonKeys.append('"' + member.Name.toUtf8() + "\":");
-    }
-    text += '{';
-    for (int i = 0; i < m_DataMembers.size() && text.size() <= SIZEOF_PUBLISH_BUFFER; ++i) {
-        const JsonDataMember& member = m_DataMembers.at(i);
-        const qint64 offset = std::min(qint64{member.Offset}, qint64{size});
-        text += m_JsonKeys.at(i);
-        m_Services->AppendTagText(text, bytes + offset, size - offset, member.Type, member.Len, member.Entry,
-                                  SIZEOF_PUBLISH_BUFFER);
-        text += ',';
-    }
-    // Intended: a struct without members loses its opening brace.
-    text[text.size() - 1] = '}';
+    if (!m_JsonLayout.isOf(m_DataMembers))
+        m_JsonLayout = JsonLayout(m_DataMembers);
+    m_JsonLayout.forEachMember([&](std::string_view key, const JsonLayout::Member& member) {
+        const qint64 offset = std::min(qint64{member.offset}, qint64{size});
+        text.append(key);
+        m_Services->AppendTagText(text, bytes + offset, size - offset, member.type, member.length, member.entries);
+        return text.fits();
+    });
+    text.append("}");
 }
 
 PublicationStatusCodes Publisher::publishBuffer(int payloadLength)

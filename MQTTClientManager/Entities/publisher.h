@@ -1,8 +1,10 @@
 #pragma once
 
+#include "Entities/jsonlayout.h"
 #include "Entities/mqttcallerbase.h"
 #include "Entities/tokenhandover.h"
 #include "Records/statuscodes.h"
+#include "Utils/boundedtext.h"
 
 #include <array>
 #include <QByteArray>
@@ -33,7 +35,7 @@ public:
 
     // Reads the tag into `buffer` and returns it as JSON: the bare value, or an object of a struct's members in the
     // order of the file. `buffer` holds `size` zeroed bytes, or 65,535 where `size` is more: only the low 16 bits of a
-    // size can be read. A text that is longer than a payload may be is given up on the way.
+    // size can be read. The text lies in m_PublishBuffer; it is null when it is longer than a payload may be.
     QByteArray assembleJsonByteArrayFromBuffer(char* buffer, int size);
 
     // Writes the 516-byte configuration record; true when tag memory took it.
@@ -53,10 +55,10 @@ private:
     [[nodiscard]] PublicationStatusCodes publishInFormat();
     [[nodiscard]] PublicationStatusCodes publishTagBytes();
     [[nodiscard]] PublicationStatusCodes publishJson();
-    void appendMembers(QByteArray& text, const char* bytes, int size);
+    void appendMembers(BoundedText& text, const char* bytes, int size);
     [[nodiscard]] PublicationStatusCodes publishBuffer(int payloadLength);
     [[nodiscard]] bool isDeliveryTracked() const;
 
-    QByteArray m_TopicUtf8;       // m_Topic as the client library wants it; see PrepareTopic
-    QList<QByteArray> m_JsonKeys; // of m_DataMembers, with quotes and colon
+    QByteArray m_TopicUtf8;  // m_Topic as the client library wants it; see PrepareTopic
+    JsonLayout m_JsonLayout; // of m_DataMembers
 };

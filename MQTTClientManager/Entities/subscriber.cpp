@@ -25,19 +25,15 @@ SubscriptionStatusCodes Subscriber::Subscribe()
 
 int Subscriber::subscribeAtBroker()
 {
-    if (!m_cBroker || !m_cBroker->IsConnected()) {
-        noteResult(SSC_ERROR_NOT_CONNECTED);
-        return SSC_ERROR_NOT_CONNECTED;
-    }
-    if (m_Status.m_Subscribed != 0) {
-        noteResult(SSC_ERROR_ALREADY_SUBSCRIBED);
-        return SSC_ERROR_ALREADY_SUBSCRIBED;
-    }
+    if (!m_cBroker || !m_cBroker->IsConnected())
+        return noteResult(SSC_ERROR_NOT_CONNECTED);
+    if (m_Status.m_Subscribed != 0)
+        return noteResult(SSC_ERROR_ALREADY_SUBSCRIBED);
     PrepareTopic();
-    SubscriptionRequest request(*m_cBroker, m_Filter);
-    const int result = request.subscribe(m_QoS);
-    if (result == SSC_OK)
-        m_Status.m_Subscribed = 1;
+    SubscriptionRequest request(*m_cBroker);
+    const int result = request.subscribe(*this, m_Filter.utf8(), m_QoS);
+    // A message that came ahead of a refusal has made it 1.
+    m_Status.m_Subscribed = result == SSC_OK ? 1 : 0;
     noteResult(result);
     // The loss of the connection may have been reported, on its own thread, before this one got here.
     if (result == SSC_OK && request.isConnectionLost()) {
@@ -50,7 +46,6 @@ int Subscriber::subscribeAtBroker()
 SubscriptionStatusCodes Subscriber::UnSubscribe()
 {
     const int result = unsubscribeAtBroker();
-    noteResult(result);
     PLOG_DEBUG << QString("UNSUBSCRIBE by subscriber '%1' ended with status (%2) from topic '%3'")
                       .arg(m_Name, QString::number(result), m_Topic);
     return static_cast<SubscriptionStatusCodes>(result);
@@ -59,21 +54,22 @@ SubscriptionStatusCodes Subscriber::UnSubscribe()
 int Subscriber::unsubscribeAtBroker()
 {
     if (!m_cBroker || !m_cBroker->IsConnected())
-        return SSC_ERROR_NOT_CONNECTED;
+        return noteResult(SSC_ERROR_NOT_CONNECTED);
     if (m_Status.m_Subscribed != 1)
-        return SSC_ERROR_NOT_SUBSCRIBED;
+        return noteResult(SSC_ERROR_NOT_SUBSCRIBED);
     PrepareTopic();
-    SubscriptionRequest request(*m_cBroker, m_Filter);
-    const int result = request.unsubscribe();
+    SubscriptionRequest request(*m_cBroker);
+    const int result = request.unsubscribe(m_Filter.utf8());
     if (result == SSC_OK)
         m_Status.m_Subscribed = 0;
-    return result;
+    return noteResult(result);
 }
 
-void Subscriber::noteResult(int result)
+int Subscriber::noteResult(int result)
 {
     m_Status.m_SubscriptionStatus = static_cast<std::int8_t>(result);
     UpdateCfgStruct();
+    return result;
 }
 
 bool Subscriber::IsSubscribed()

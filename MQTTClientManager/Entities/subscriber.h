@@ -17,7 +17,7 @@
 class Subscriber : public MQTTCallerBase
 {
 public:
-    // Block until the broker has answered, for 10 s at most. Every result is kept in the status record.
+    // Block until the broker has answered, for some 10 s at most. Every result is kept in the status record.
     SubscriptionStatusCodes Subscribe();
     SubscriptionStatusCodes UnSubscribe();
 
@@ -70,7 +70,8 @@ public:
 private:
     [[nodiscard]] int subscribeAtBroker();
     [[nodiscard]] int unsubscribeAtBroker();
-    void noteResult(int result);
+    // Puts it into the record, writes that, and returns it.
+    int noteResult(int result);
     [[nodiscard]] SubscriberStatusStruct statusRecord() const;
     bool isTopicMine(const char* topic);
     void noteArrival(const char* topicName);

@@ -4,6 +4,7 @@
 #include "logging.h"
 #include "Services/mqttmanagerservices.h"
 #include "Services/mqttStatusLogManager.h"
+#include "Utils/jsontext.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,9 +21,6 @@ namespace {
 constexpr std::size_t RecordTopicBytes = 255 * 3 + 1;
 
 constexpr int MaximalJsonBytes = 16 * 1024 * 1024;
-
-// Most tags lie on the stack while they are put together.
-constexpr int StackTagBytes = 2048;
 
 } // namespace
 
@@ -120,7 +118,7 @@ bool Subscriber::assembleBufferFromJsonString(TagSpace buffer, void* payload, in
     }
 
     QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(JsonText::withoutReplacedContainers(text.toUtf8()), &error);
     if (document.isNull()) {
         noteInvalidJson(text, error.errorString());
         return false;

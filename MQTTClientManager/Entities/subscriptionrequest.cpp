@@ -9,38 +9,45 @@ constexpr std::chrono::milliseconds RequestPause(1);
 
 } // namespace
 
-SubscriptionRequest::SubscriptionRequest(ClientBroker& broker, const TopicFilter& filter)
-    : m_broker(broker), m_filter(filter), m_turn(broker.m_Requesting, RequestPause), m_client(broker),
-      m_losses(broker.m_Losses)
+SubscriptionRequest::SubscriptionRequest(ClientBroker& broker)
+    : m_broker(broker), m_turn(broker.m_Requesting, RequestPause), m_client(broker), m_losses(broker.m_Losses)
 {
-    m_broker.m_RequestBegin = steadyMilliseconds();
-    {
-        // From here on no callback begins to look at a message; this one waits until the last one has ended.
-        const Turn lastCallback(m_broker.m_MessagesInUse, CallbackPause);
-        m_broker.m_RequestBegin = steadyMilliseconds();
-    }
-    m_broker.m_RequestedFilter = &m_filter;
 }
 
 SubscriptionRequest::~SubscriptionRequest()
 {
-    m_broker.m_RequestedFilter = nullptr;
+    m_broker.m_Subscribing = nullptr;
     m_broker.m_RequestBegin = 0;
 }
 
-int SubscriptionRequest::subscribe(int qualityOfService)
+int SubscriptionRequest::subscribe(const MQTTCallerBase& subscriber, const char* topic, int qualityOfService)
 {
     // The library doesn't test a handle that is gone.
     if (!m_client.handle())
         return SSC_ERROR_NOT_CONNECTED;
-    return MQTTClient_subscribe(m_client.handle(), m_filter.utf8(), qualityOfService);
+    letLastCallbackEnd();
+    m_broker.m_Subscribing = &subscriber;
+    const int result = MQTTClient_subscribe(m_client.handle(), topic, qualityOfService);
+    m_broker.noteSessionEnd(m_client.handle());
+    return result;
 }
 
-int SubscriptionRequest::unsubscribe()
+int SubscriptionRequest::unsubscribe(const char* topic)
 {
     if (!m_client.handle())
         return SSC_ERROR_NOT_CONNECTED;
-    return MQTTClient_unsubscribe(m_client.handle(), m_filter.utf8());
+    letLastCallbackEnd();
+    const int result = MQTTClient_unsubscribe(m_client.handle(), topic);
+    m_broker.noteSessionEnd(m_client.handle());
+    return result;
+}
+
+void SubscriptionRequest::letLastCallbackEnd()
+{
+    m_broker.m_RequestBegin = steadyMilliseconds();
+    // From here on no callback begins to look at a message; this waits until the last one has ended.
+    const Turn lastCallback(m_broker.m_MessagesInUse, CallbackPause);
+    m_broker.m_RequestBegin = steadyMilliseconds();
 }
 
 bool SubscriptionRequest::isConnectionLost() const

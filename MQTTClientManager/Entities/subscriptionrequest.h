@@ -1,30 +1,30 @@
 #pragma once
 
 #include "Entities/clientbroker.h"
-#include "Entities/topicfilter.h"
 #include "Entities/turn.h"
 
-// One subscribe or unsubscribe request to a broker, from before the call until its result has been noted: as long as
-// this lives, a message that the filter matches waits, for a moment, in its callback. Blocks while another request to
-// the same broker lives.
+// One subscribe or unsubscribe request to a broker, from before the call until the caller has noted its result. Blocks
+// while another request to the same broker lives.
 class SubscriptionRequest
 {
 public:
-    SubscriptionRequest(ClientBroker& broker, const TopicFilter& filter);
+    explicit SubscriptionRequest(ClientBroker& broker);
     ~SubscriptionRequest();
     SubscriptionRequest(const SubscriptionRequest&) = delete;
     SubscriptionRequest& operator=(const SubscriptionRequest&) = delete;
 
-    // Block until the broker has answered, for 10 s at most, and return the client library's code.
-    [[nodiscard]] int subscribe(int qualityOfService);
-    [[nodiscard]] int unsubscribe();
+    // Both block until the broker has answered, for some 10 s at most, and return the client library's code. From the
+    // call on, and as long as this lives, `subscriber` is offered messages although it isn't subscribed yet.
+    [[nodiscard]] int subscribe(const MQTTCallerBase& subscriber, const char* topic, int qualityOfService);
+    [[nodiscard]] int unsubscribe(const char* topic);
 
     // Since the request began.
     [[nodiscard]] bool isConnectionLost() const;
 
 private:
+    void letLastCallbackEnd();
+
     ClientBroker& m_broker;
-    const TopicFilter& m_filter;
     const Turn m_turn;
     const ClientUse m_client;
     const unsigned m_losses;

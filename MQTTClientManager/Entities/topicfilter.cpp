@@ -46,8 +46,3 @@ bool TopicFilter::matchesPrefix(const char* topic) const
         return equals(topic);
     return std::strncmp(topic, m_utf8.constData(), static_cast<std::size_t>(m_prefixSize)) == 0;
 }
-
-bool TopicFilter::matchesByAnyRule(const char* topic) const
-{
-    return equals(topic) || matchesLevels(topic) || matchesPrefix(topic);
-}

@@ -25,7 +25,6 @@ public:
     [[nodiscard]] bool matchesLevels(const char* topic) const;
     // What stands ahead of the filter's first "#" begins the topic; without a "#", the same as equals.
     [[nodiscard]] bool matchesPrefix(const char* topic) const;
-    [[nodiscard]] bool matchesByAnyRule(const char* topic) const;
 
 private:
     struct Level

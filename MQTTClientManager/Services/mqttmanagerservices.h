@@ -2,10 +2,10 @@
 
 #include "Records/argtype.h"
 #include "Services/tagspace.h"
+#include "Utils/boundedtext.h"
 #include "Utils/sharedscalar.h"
 
 #include <array>
-#include <QByteArray>
 #include <QMap>
 #include <QString>
 #include <QStringList>
@@ -49,10 +49,8 @@ public:
     // enough.
     [[nodiscard]] QString BufferToQStringConversion(char* buffer, ArgType type, int length, int entries) const;
 
-    // The same as UTF-8, appended to `text`; bytes past `size` count as zero. Stops in the middle once `text` is longer
-    // than `limit`.
-    void AppendTagText(QByteArray& text, const char* bytes, qint64 size, ArgType type, int length, int entries,
-                       int limit) const;
+    // The same as UTF-8, appended to `text` as far as it fits; bytes past `size` count as zero.
+    void AppendTagText(BoundedText& text, const char* bytes, qint64 size, ArgType type, int length, int entries) const;
 
     // A payload that is one plain value or one JSON array, to the bytes of a tag. Array elements that the text doesn't
     // have leave their bytes as they were; texts that are no number give 0, and numbers are cut to their width. May

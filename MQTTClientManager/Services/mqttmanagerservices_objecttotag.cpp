@@ -2,6 +2,7 @@
 
 #include "Services/mqttmanagerservices_texttotag.h"
 
+#include <algorithm>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QVariant>

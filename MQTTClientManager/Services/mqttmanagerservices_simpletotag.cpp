@@ -2,6 +2,7 @@
 
 #include "logging.h"
 #include "Services/mqttmanagerservices_texttotag.h"
+#include "Utils/jsontext.h"
 
 #include <QJsonDocument>
 
@@ -71,7 +72,8 @@ void MQTTManagerServices::JsonSimpleStringToBufferConversion(QString& text, ArgT
 bool MQTTManagerServices::reduceToList(QString& text)
 {
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(text.toLatin1(), &error);
+    const QJsonDocument document =
+        QJsonDocument::fromJson(JsonText::withoutReplacedContainers(text.toLatin1()), &error);
     if (document.isNull() || !text.contains('[') || !text.contains(']')) {
         PLOG_DEBUG << QString("Json is |%1| error is %2").arg(text, error.errorString());
         return false;

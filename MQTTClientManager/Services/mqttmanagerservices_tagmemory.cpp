@@ -27,7 +27,7 @@ int MQTTManagerServices::WriteBufferToMemory(int length, int address, const char
     for (int passesToGo = passes; passesToGo > 0; --passesToGo) {
         const int chunk = nextChunk(length - written);
         // An address is 32 bits without a sign, also where it comes as an int.
-        const unsigned long chunkAddress = static_cast<quint32>(address) + static_cast<quint32>(written);
+        const unsigned long chunkAddress = static_cast<quint32>(address) + static_cast<unsigned long>(written);
         const int result = TagMemory::Write(static_cast<unsigned short>(chunk), chunkAddress,
                                             reinterpret_cast<const unsigned char*>(data) + written);
         PLOG_DEBUG << QString("%1) wrote '%2' bytes to address '%3'. Result is '%4'")

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <QVarLengthArray>
+#include <string_view>
 
 namespace {
 
@@ -67,45 +68,55 @@ char* writeValue(char* to, float value)
     return std::to_chars(to, to + LongestNumber, pastTheMiddle, std::chars_format::general, 6).ptr;
 }
 
-template<typename Value>
-void appendValues(QByteArray& text, TagBytes tag, int entries, int limit)
+// Text that grows as it has to.
+class GrowingText
+{
+public:
+    void append(std::string_view piece) { m_text.append(piece.data(), static_cast<int>(piece.size())); }
+    [[nodiscard]] bool fits() const { return true; }
+    [[nodiscard]] const QByteArray& text() const { return m_text; }
+
+private:
+    QByteArray m_text;
+};
+
+template<typename Value, typename Text>
+void appendValues(Text& text, TagBytes tag, int entries)
 {
     char characters[1 + LongestNumber];
-    if (entries == 0) {
-        text.append(characters, static_cast<int>(writeValue(characters, tag.at<Value>(0)) - characters));
-        return;
-    }
+    if (entries == 0)
+        return text.append({characters, writeValue(characters, tag.at<Value>(0))});
     // Intended: a negative number of entries gives a closing bracket alone.
     characters[0] = '[';
-    for (int i = 0; i < entries && text.size() <= limit; ++i) {
-        const char* end = writeValue(characters + 1, tag.at<Value>(i));
-        text.append(characters, static_cast<int>(end - characters));
+    for (int i = 0; i < entries && text.fits(); ++i) {
+        text.append({characters, writeValue(characters + 1, tag.at<Value>(i))});
         characters[0] = ',';
     }
-    text.append(']');
+    text.append("]");
 }
 
-void appendNumbers(QByteArray& text, TagBytes tag, ArgType type, int entries, int limit)
+template<typename Text>
+void appendNumbers(Text& text, TagBytes tag, ArgType type, int entries)
 {
     switch (type) {
     case AT_BOOL:
-        return appendValues<Truth>(text, tag, entries, limit);
+        return appendValues<Truth>(text, tag, entries);
     case AT_INT8:
-        return appendValues<qint8>(text, tag, entries, limit);
+        return appendValues<qint8>(text, tag, entries);
     case AT_UINT8:
-        return appendValues<quint8>(text, tag, entries, limit);
+        return appendValues<quint8>(text, tag, entries);
     case AT_INT16:
-        return appendValues<qint16>(text, tag, entries, limit);
+        return appendValues<qint16>(text, tag, entries);
     case AT_UINT16:
-        return appendValues<quint16>(text, tag, entries, limit);
+        return appendValues<quint16>(text, tag, entries);
     case AT_UINT32:
-        return appendValues<quint32>(text, tag, entries, limit);
+        return appendValues<quint32>(text, tag, entries);
     case AT_INT32:
-        return appendValues<qint32>(text, tag, entries, limit);
+        return appendValues<qint32>(text, tag, entries);
     case AT_REAL:
-        return appendValues<float>(text, tag, entries, limit);
+        return appendValues<float>(text, tag, entries);
     default:
-        text.append('0');
+        text.append("0");
     }
 }
 
@@ -153,15 +164,17 @@ bool isAscii(const char* bytes, int size)
 }
 
 // Not escaped, intended: a quote or a backslash inside the text goes out as it is.
-void appendQuoted(QByteArray& text, TagBytes tag, ArgType type, int length)
+void appendQuoted(BoundedText& text, TagBytes tag, ArgType type, int length)
 {
-    text.append('"');
+    text.append("\"");
     const int bytes = type == AT_STR8 ? lengthOfText8(tag, length) : 0;
-    if (type == AT_STR8 && isAscii(tag.bytes, bytes)) // decoding and encoding would give the same bytes
-        text.append(tag.bytes, bytes);
-    else
-        text.append(textOf(tag, type, length).toUtf8());
-    text.append('"');
+    if (type == AT_STR8 && isAscii(tag.bytes, bytes)) { // decoding and encoding would give the same bytes
+        text.append({tag.bytes, static_cast<std::size_t>(bytes)});
+    } else {
+        const QByteArray utf8 = textOf(tag, type, length).toUtf8();
+        text.append({utf8.constData(), static_cast<std::size_t>(utf8.size())});
+    }
+    text.append("\"");
 }
 
 } // namespace
@@ -171,17 +184,17 @@ QString MQTTManagerServices::BufferToQStringConversion(char* buffer, ArgType typ
     const TagBytes tag{buffer, std::numeric_limits<qint64>::max()};
     if (isText(type))
         return '"' + textOf(tag, type, length) + '"';
-    QByteArray text;
-    appendNumbers(text, tag, type, entries, std::numeric_limits<int>::max());
-    return QString::fromLatin1(text);
+    GrowingText text;
+    appendNumbers(text, tag, type, entries);
+    return QString::fromLatin1(text.text());
 }
 
-void MQTTManagerServices::AppendTagText(QByteArray& text, const char* bytes, qint64 size, ArgType type, int length,
-                                        int entries, int limit) const
+void MQTTManagerServices::AppendTagText(BoundedText& text, const char* bytes, qint64 size, ArgType type, int length,
+                                        int entries) const
 {
     const TagBytes tag{bytes, size};
     if (isText(type))
         appendQuoted(text, tag, type, length);
     else
-        appendNumbers(text, tag, type, entries, limit);
+        appendNumbers(text, tag, type, entries);
 }

@@ -2,6 +2,7 @@
 
 #include "Services/tagspace.h"
 
+#include <algorithm>
 #include <QByteArray>
 #include <QStringRef>
 #include <QVector>

@@ -387,6 +387,15 @@ TEST_F(JsonArrival, deepNestingIsBadJson)
     EXPECT_EQ(record().m_SubscriptionStatus, -12);
 }
 
+TEST_F(JsonArrival, sixteenMiBAreTaken)
+{
+    subscriber.m_PayloadFormat = PF_JSON;
+    subscriber.m_DataType = AT_STR8;
+    subscriber.m_DataLen = 3;
+    arrive("line/set", std::string(16 * 1024 * 1024, '1'));
+    EXPECT_EQ(tag(), (Bytes{'1', '1', '1', 0}));
+}
+
 TEST_F(JsonArrival, moreThan16MiBAreRefusedWithAWarning)
 {
     fillTag(4);
@@ -419,28 +428,51 @@ protected:
     std::atomic<int> consumed{-1};
 };
 
-TEST_F(ArrivalDuringRequest, aMessageBehindTheAnswerWaitsUntilTheAnswerIsNoted)
+TEST_F(ArrivalDuringRequest, aMessageAheadOfTheAnswerReachesTheTag)
 {
-    FakeMqttClient::state().duringSubscribe = [this](MQTTClient) {
+    int consumedInside = -1;
+    FakeMqttClient::state().duringSubscribe = [&](MQTTClient) {
         arriveBeside("line/set");
-        std::this_thread::sleep_for(std::chrono::milliseconds(50)); // past the time of writing the request
+        library.join(); // the answer comes behind the message, on the same thread of the library
+        consumedInside = consumed;
     };
     EXPECT_EQ(subscriber.Subscribe(), SSC_OK);
-    library.join();
-    EXPECT_EQ(consumed, 1);
+    EXPECT_EQ(consumedInside, 1);
     EXPECT_EQ(FakeTagMemory::bytesAt(DataAddress, 4), (Bytes{'a', 'b', 'c', 'd'}));
+    EXPECT_EQ(record().m_ReceivedBit, 1);
+    EXPECT_EQ(record().m_Subscribed, 1);
 }
 
 TEST_F(ArrivalDuringRequest, theSameWithASessionThatIsKept)
 {
     broker.CleanSessionFlag = false;
-    FakeMqttClient::state().duringSubscribe = [this](MQTTClient) {
-        arriveBeside("line/set");
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    };
+    FakeMqttClient::state().duringSubscribe = [this](MQTTClient) { arrive("line/set", "abcd"); };
     EXPECT_EQ(subscriber.Subscribe(), SSC_OK);
-    library.join();
     EXPECT_EQ(FakeTagMemory::bytesAt(DataAddress, 4), (Bytes{'a', 'b', 'c', 'd'}));
+}
+
+TEST_F(ArrivalDuringRequest, aRefusalThatFollowsStands)
+{
+    broker.CleanSessionFlag = false;
+    FakeMqttClient::state().subscribeResult = 128;
+    FakeMqttClient::state().duringSubscribe = [this](MQTTClient) { arrive("line/set", "abcd"); };
+    EXPECT_EQ(static_cast<int>(subscriber.Subscribe()), 128);
+    EXPECT_EQ(record().m_Subscribed, 0);
+    EXPECT_FALSE(subscriber.IsSubscribed());
+}
+
+TEST_F(ArrivalDuringRequest, nobodyElseIsOfferedWhatItHasNotSubscribed)
+{
+    broker.CleanSessionFlag = false;
+    Subscriber other = subscriber;
+    other.m_DataAddress = 800;
+    other.m_SubAddr = 6000;
+    broker.m_Callers.append(&other);
+    FakeMqttClient::state().duringSubscribe = [this](MQTTClient) { arrive("line/set", "abcd"); };
+    EXPECT_EQ(subscriber.Subscribe(), SSC_OK);
+    EXPECT_TRUE(FakeTagMemory::writesAt(6000).empty());
+    arrive("line/set", "efgh");
+    EXPECT_TRUE(FakeTagMemory::writesAt(6000).empty());
 }
 
 TEST_F(ArrivalDuringRequest, anotherTopicGoesOnWhileTheAnswerIsAwaited)
@@ -453,7 +485,7 @@ TEST_F(ArrivalDuringRequest, anotherTopicGoesOnWhileTheAnswerIsAwaited)
     int consumedInside = -1;
     FakeMqttClient::state().duringSubscribe = [&](MQTTClient) {
         arriveBeside("line/other");
-        library.join(); // the answer comes behind the message, on the same thread of the library
+        library.join();
         consumedInside = consumed;
     };
     EXPECT_EQ(subscriber.Subscribe(), SSC_OK);
@@ -467,13 +499,54 @@ TEST_F(ArrivalDuringRequest, noMessageIsTouchedWhileTheRequestIsWritten)
     std::size_t writesInside = 99;
     FakeMqttClient::state().duringSubscribe = [&](MQTTClient) {
         arriveBeside("line/set");
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
         writesInside = FakeTagMemory::state().writes.size();
     };
     EXPECT_EQ(subscriber.UnSubscribe(), SSC_OK);
     library.join();
     EXPECT_EQ(writesInside, 0U);
     EXPECT_EQ(consumed, 1);
+}
+
+// The library frees the messages of a clean session when it closes it.
+TEST_F(ArrivalDuringRequest, aMessageWhoseSessionARequestHasClosedIsNotTouched)
+{
+    subscriber.m_Status.m_Subscribed = 1;
+    FakeMqttClient::state().subscribeResult = -1;
+    FakeMqttClient::state().duringSubscribe = [&](MQTTClient handle) {
+        arriveBeside("line/set");
+        FakeMqttClient::setConnected(handle, false);
+    };
+    EXPECT_EQ(static_cast<int>(subscriber.UnSubscribe()), -1);
+    library.join();
+    EXPECT_EQ(consumed, 0);
+    EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
+}
+
+TEST_F(ArrivalDuringRequest, aMessageWhoseSessionAPublicationHasClosedIsNotTouched)
+{
+    subscribe();
+    FakeMqttClient::state().duringPublish = [&](MQTTClient handle, int) {
+        arriveBeside("line/set");
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        FakeMqttClient::setConnected(handle, false);
+    };
+    MQTTClient_deliveryToken token = 0;
+    broker.Publish("t", "p", 1, 0, false, token);
+    library.join();
+    EXPECT_EQ(consumed, 0);
+    EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
+}
+
+TEST_F(ArrivalDuringRequest, aNewConnectionBringsMessagesAgain)
+{
+    subscribe();
+    FakeMqttClient::state().duringPublish = [](MQTTClient handle, int) { FakeMqttClient::setConnected(handle, false); };
+    MQTTClient_deliveryToken token = 0;
+    broker.Publish("t", "p", 1, 0, false, token);
+    EXPECT_EQ(arrive("line/set", "abcd"), 0);
+    EXPECT_EQ(broker.Connect(), CB_OK);
+    EXPECT_EQ(arrive("line/set", "abcd"), 1);
 }
 
 TEST_F(ArrivalDuringRequest, aRequestWaitsForTheMessageThatIsBeingTaken)
@@ -490,25 +563,25 @@ TEST_F(ArrivalDuringRequest, aRequestWaitsForTheMessageThatIsBeingTaken)
     arriveBeside("line/set");
     while (!isTaking)
         std::this_thread::yield();
-    const TopicFilter filter(subscriber.m_Topic);
-    EXPECT_EQ(SubscriptionRequest(broker, filter).unsubscribe(), 0);
+    EXPECT_EQ(SubscriptionRequest(broker).unsubscribe("line/set"), 0);
     library.join();
     EXPECT_EQ(requestsMeanwhile, 0U);
 }
 
-TEST_F(ArrivalDuringRequest, aMessageWaitsNoLongerThanAMoment)
+TEST_F(ArrivalDuringRequest, requestsToOneBrokerTakeTurns)
 {
-    subscriber.m_Status.m_Subscribed = 0;
-    int consumedInside = -1;
+    int inside = 0;
+    int most = 0;
     FakeMqttClient::state().duringSubscribe = [&](MQTTClient) {
-        arriveBeside("line/set"); // ahead of the answer, which this thread of the library would bring
-        library.join();
-        consumedInside = consumed;
+        most = std::max(most, ++inside);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        --inside;
     };
-    const LogCapture log;
-    EXPECT_EQ(subscriber.Subscribe(), SSC_OK);
-    EXPECT_EQ(consumedInside, 1);
-    EXPECT_TRUE(log.contains("DEBUG Accepted message does not belong to any topic"));
+    std::thread second([this] { EXPECT_EQ(SubscriptionRequest(broker).unsubscribe("a"), 0); });
+    EXPECT_EQ(SubscriptionRequest(broker).unsubscribe("b"), 0);
+    second.join();
+    EXPECT_EQ(most, 1);
+    EXPECT_EQ(FakeMqttClient::state().subscribes.size(), 2U);
 }
 
 } // namespace

@@ -34,6 +34,12 @@ protected:
         publisher.CalcDataSize();
     }
 
+    [[nodiscard]] bool isBufferZero() const
+    {
+        return std::all_of(publisher.m_PublishBuffer.begin(), publisher.m_PublishBuffer.end(),
+                           [](char c) { return c == 0; });
+    }
+
     std::string publish()
     {
         FakeMqttClient::state().publishes.clear();
@@ -158,6 +164,21 @@ TEST_F(JsonPublishing, aStructThatIsTooLongIsRefused)
     setStruct(members);
     EXPECT_EQ(publisher.Publish(), PSC_ERROR_DATA_BIG_THAN_BUFF);
     EXPECT_TRUE(FakeMqttClient::state().publishes.empty());
+}
+
+TEST_F(JsonPublishing, leavesABufferOfZerosBehindATextThatIsTooLong)
+{
+    setType(AT_UINT8, NO_DATA_LEN, 5000);
+    EXPECT_EQ(publisher.Publish(), PSC_ERROR_DATA_BIG_THAN_BUFF);
+    EXPECT_TRUE(isBufferZero());
+}
+
+TEST_F(JsonPublishing, followsMembersThatChange)
+{
+    setStruct({{"a", AT_UINT8, 0, NO_DATA_LEN, 0}});
+    EXPECT_EQ(publish(), "{\"a\":0}");
+    publisher.m_DataMembers[0].Name = "b";
+    EXPECT_EQ(publish(), "{\"b\":0}");
 }
 
 TEST_F(JsonPublishing, sizesFromABrokenConfigurationEndAtOnce)

@@ -64,11 +64,10 @@ TEST_F(Subscribing, passesTheLibrarysCodeOn)
 
 TEST_F(Subscribing, withAHandleThatIsGoneNeverReachesTheLibrary)
 {
-    const TopicFilter filter(subscriber.m_Topic);
     broker.DestroyMQTTClient();
-    SubscriptionRequest request(broker, filter);
-    EXPECT_EQ(request.subscribe(0), SSC_ERROR_NOT_CONNECTED);
-    EXPECT_EQ(request.unsubscribe(), SSC_ERROR_NOT_CONNECTED);
+    SubscriptionRequest request(broker);
+    EXPECT_EQ(request.subscribe(subscriber, "t", 0), SSC_ERROR_NOT_CONNECTED);
+    EXPECT_EQ(request.unsubscribe("t"), SSC_ERROR_NOT_CONNECTED);
     EXPECT_TRUE(FakeMqttClient::state().subscribes.empty());
 }
 

@@ -17,12 +17,13 @@ struct TextCase
     QString text;
 };
 
-std::string appended(const MQTTManagerServices& services, Bytes bytes, ArgType type, int length, int entries,
-                     int limit = std::numeric_limits<int>::max())
+std::string appended(const MQTTManagerServices& services, Bytes bytes, ArgType type, int length, int entries)
 {
-    QByteArray text;
-    services.AppendTagText(text, charsOf(bytes), static_cast<qint64>(bytes.size()), type, length, entries, limit);
-    return text.toStdString();
+    std::string memory(10'000, 'x');
+    BoundedText text(memory.data(), memory.size());
+    services.AppendTagText(text, charsOf(bytes), static_cast<qint64>(bytes.size()), type, length, entries);
+    EXPECT_TRUE(text.fits());
+    return std::string(text.text());
 }
 
 class TagText : public ServiceTest, public testing::WithParamInterface<TextCase>
@@ -187,10 +188,12 @@ TEST_F(TagToText, roundsRealsBetweenTwoTextsAsQtDoes)
 
 TEST_F(TagToText, appendsToWhatTheTextHolds)
 {
-    QByteArray text = "{\"speed\":";
+    char memory[100];
+    BoundedText text(memory, sizeof memory);
+    text.append("{\"speed\":");
     const Bytes bytes = {0x39, 0x30};
-    services.AppendTagText(text, reinterpret_cast<const char*>(bytes.data()), 2, AT_INT16, NO_DATA_LEN, 0, 1000);
-    EXPECT_EQ(text.toStdString(), "{\"speed\":12345");
+    services.AppendTagText(text, reinterpret_cast<const char*>(bytes.data()), 2, AT_INT16, NO_DATA_LEN, 0);
+    EXPECT_EQ(text.text(), "{\"speed\":12345");
 }
 
 TEST_F(TagToText, readsBytesPastTheSizeAsZero)
@@ -208,10 +211,11 @@ TEST_F(TagToText, readsBytesPastTheSizeAsZero)
 TEST_F(TagToText, readsNothingWhereTheSizeIsNegativeOrTheBytesAreMissing)
 {
     for (const ArgType type : {AT_UINT8, AT_STR8, AT_STR16, AT_STR32}) {
-        QByteArray text;
-        services.AppendTagText(text, nullptr, 0, type, 5, 0, 1000);
-        services.AppendTagText(text, nullptr, -1, type, 5, 0, 1000);
-        EXPECT_EQ(text.toStdString(), type == AT_UINT8 ? "00" : "\"\"\"\"") << type;
+        char memory[100];
+        BoundedText text(memory, sizeof memory);
+        services.AppendTagText(text, nullptr, 0, type, 5, 0);
+        services.AppendTagText(text, nullptr, -1, type, 5, 0);
+        EXPECT_EQ(text.text(), type == AT_UINT8 ? "00" : "\"\"\"\"") << type;
     }
 }
 
@@ -223,30 +227,39 @@ TEST_F(TagToText, endsWithTheBytesHoweverLongATextMayBe)
     EXPECT_EQ(appended(services, {'h', 0, 0, 0}, AT_STR32, Longest, 0), "\"h\"");
 }
 
-TEST_F(TagToText, stopsOnceTheTextIsLongerThanItsLimit)
+TEST_F(TagToText, stopsOnceTheTextDoesNotFit)
 {
     constexpr int Most = std::numeric_limits<int>::max();
+    const Bytes ones = {1, 1, 1, 1};
     for (const ArgType type : {AT_BOOL, AT_INT8, AT_UINT8, AT_INT16, AT_UINT16, AT_UINT32, AT_INT32, AT_REAL}) {
-        const std::string text = appended(services, {1, 1, 1, 1}, type, NO_DATA_LEN, Most, 5000);
-        EXPECT_GT(text.size(), 5000U) << type;
-        EXPECT_LT(text.size(), 5050U) << type;
+        char memory[5000];
+        BoundedText text(memory, sizeof memory);
+        services.AppendTagText(text, reinterpret_cast<const char*>(ones.data()), 4, type, NO_DATA_LEN, Most);
+        EXPECT_FALSE(text.fits()) << type;
     }
 }
 
-TEST_F(TagToText, goesOnWhileTheTextIsWithinItsLimit)
+TEST_F(TagToText, fitsToTheLastByte)
 {
-    EXPECT_EQ(appended(services, {1, 2, 3}, AT_UINT8, NO_DATA_LEN, 3, 7), "[1,2,3]");
-    EXPECT_EQ(appended(services, {1, 2, 3}, AT_UINT8, NO_DATA_LEN, 3, 6), "[1,2,3]");
+    const Bytes bytes = {1, 2, 3};
+    for (const std::size_t size : {6U, 7U}) {
+        char memory[7];
+        BoundedText text(memory, size);
+        services.AppendTagText(text, reinterpret_cast<const char*>(bytes.data()), 3, AT_UINT8, NO_DATA_LEN, 3);
+        EXPECT_EQ(text.fits(), size == 7);
+        EXPECT_EQ(text.text(), size == 7 ? "[1,2,3]" : "[1,2,3");
+    }
 }
 
 TEST_F(TagToText, readsTagsAtAnyAddress)
 {
     const Bytes tag = Bytes{0} + bytesOf<float>({1.5F, -2}) + bytesOf<char32_t>({'h', 'i', 0});
     const char* odd = reinterpret_cast<const char*>(tag.data()) + 1;
-    QByteArray text;
-    services.AppendTagText(text, odd, 20, AT_REAL, NO_DATA_LEN, 2, 1000);
-    services.AppendTagText(text, odd + 8, 12, AT_STR32, 2, 0, 1000);
-    EXPECT_EQ(text.toStdString(), "[1.5,-2]\"hi\"");
+    char memory[100];
+    BoundedText text(memory, sizeof memory);
+    services.AppendTagText(text, odd, 20, AT_REAL, NO_DATA_LEN, 2);
+    services.AppendTagText(text, odd + 8, 12, AT_STR32, 2, 0);
+    EXPECT_EQ(text.text(), "[1.5,-2]\"hi\"");
 }
 
 TEST_F(TagToText, encodesAsQtWhatIsNoUnicode)

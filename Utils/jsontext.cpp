@@ -1,0 +1,160 @@
+#include "Utils/jsontext.h"
+
+#include <algorithm>
+#include <optional>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QString>
+#include <vector>
+
+namespace {
+
+// Deeper documents are refused by the parser.
+constexpr std::size_t DeepestLevel = 1024;
+
+// How often the whole text may be looked at again to prove that what is taken out is JSON.
+constexpr qint64 LooksAtText = 8;
+
+class ReplacedContainers
+{
+public:
+    explicit ReplacedContainers(QByteArray& json) : m_json(json), m_budget(LooksAtText * json.size()) {}
+
+    // Nothing when it would take too long.
+    bool remove()
+    {
+        while (m_at < m_json.size() && m_isGoingOn)
+            takeCharacter();
+        return m_budget >= 0;
+    }
+
+private:
+    struct Span
+    {
+        int begin;
+        int end; // of the comma
+    };
+
+    // An array, or an object with those of its members that are containers.
+    struct Level
+    {
+        bool isObject = false;
+        bool isKeyNext = false;
+        bool isContainer = false; // the value of the member that is being read
+        int memberBegin = 0;
+        QByteArray key; // as it stands in the text, with its quotes
+        QHash<QString, Span> containers;
+    };
+
+    void takeCharacter()
+    {
+        switch (m_json.at(m_at)) {
+        case '"':
+            return takeText();
+        case '{':
+            enter(true);
+            break;
+        case '[':
+            enter(false);
+            break;
+        case '}':
+        case ']':
+            leave();
+            break;
+        case ',':
+            endMember();
+            break;
+        default:
+            break;
+        }
+        ++m_at;
+    }
+
+    void takeText()
+    {
+        const int begin = m_at++;
+        while (m_at < m_json.size() && m_json.at(m_at) != '"')
+            m_at += m_json.at(m_at) == '\\' ? 2 : 1;
+        ++m_at;
+        if (m_levels.empty() || !m_levels.back().isKeyNext)
+            return;
+        Level& level = m_levels.back();
+        level.isKeyNext = false;
+        level.isContainer = false;
+        level.memberBegin = begin;
+        level.key = m_json.mid(begin, m_at - begin);
+        if (!level.containers.isEmpty())
+            removeFormer(level);
+    }
+
+    void enter(bool isObject)
+    {
+        if (!m_levels.empty())
+            m_levels.back().isContainer = true;
+        m_isGoingOn = m_levels.size() < DeepestLevel;
+        m_levels.push_back({});
+        m_levels.back().isObject = isObject;
+        m_levels.back().isKeyNext = isObject;
+    }
+
+    void leave()
+    {
+        m_isGoingOn = !m_levels.empty();
+        if (m_isGoingOn)
+            m_levels.pop_back();
+    }
+
+    void endMember()
+    {
+        if (m_levels.empty() || !m_levels.back().isObject)
+            return;
+        Level& level = m_levels.back();
+        level.isKeyNext = true;
+        if (level.isContainer)
+            level.containers.insert(nameOf(level.key), {level.memberBegin, m_at});
+    }
+
+    void removeFormer(Level& level)
+    {
+        const auto former = level.containers.find(nameOf(level.key));
+        if (former == level.containers.end())
+            return;
+        const Span span = former.value();
+        level.containers.erase(former);
+        m_budget -= span.end - span.begin;
+        m_isGoingOn = m_budget >= 0 && isMember(span);
+        if (m_isGoingOn)
+            std::fill(m_json.begin() + span.begin, m_json.begin() + span.end + 1, ' ');
+    }
+
+    [[nodiscard]] bool isMember(Span span) const
+    {
+        const QByteArray member = m_json.mid(span.begin, span.end - span.begin);
+        return !QJsonDocument::fromJson('{' + member + '}').isNull();
+    }
+
+    // The key with its escapes undone.
+    static QString nameOf(const QByteArray& key)
+    {
+        if (!key.contains('\\'))
+            return QString::fromUtf8(key);
+        return '"' + QJsonDocument::fromJson('[' + key + ']').array().at(0).toString() + '"';
+    }
+
+    QByteArray& m_json;
+    int m_at = 0;
+    bool m_isGoingOn = true;
+    qint64 m_budget;
+    std::vector<Level> m_levels;
+};
+
+} // namespace
+
+QByteArray JsonText::withoutReplacedContainers(QByteArray json)
+{
+    // Most messages have no container in an object.
+    if (json.count('{') + json.count('[') < 2 || !json.contains('{'))
+        return json;
+    return ReplacedContainers(json).remove() ? json : QByteArray();
+}
