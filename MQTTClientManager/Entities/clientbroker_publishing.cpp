@@ -56,7 +56,9 @@ int ClientBroker::publishInLibrary(const QByteArray& topic, const void* payload,
     const Turn turn(m_MessagesInUse, AcknowledgementPoll);
     const int result = MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, qualityOfService,
                                           retained, &token);
-    noteSessionEnd(client.handle());
+    // Above quality of service 0 the library keeps the message when the connection breaks, and says nothing.
+    if (result != MQTTCLIENT_SUCCESS || qualityOfService > 0)
+        noteSessionEnd(client.handle());
     return result;
 }
 

@@ -532,7 +532,7 @@ TEST_F(ArrivalDuringRequest, aMessageWhoseSessionAPublicationHasClosedIsNotTouch
         FakeMqttClient::setConnected(handle, false);
     };
     MQTTClient_deliveryToken token = 0;
-    broker.Publish("t", "p", 1, 0, false, token);
+    EXPECT_EQ(broker.Publish("t", "p", 1, 1, false, token), 0); // kept by the library to be sent again
     library.join();
     EXPECT_EQ(consumed, 0);
     EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
@@ -541,9 +541,10 @@ TEST_F(ArrivalDuringRequest, aMessageWhoseSessionAPublicationHasClosedIsNotTouch
 TEST_F(ArrivalDuringRequest, aNewConnectionBringsMessagesAgain)
 {
     subscribe();
+    FakeMqttClient::state().publishResult = -1;
     FakeMqttClient::state().duringPublish = [](MQTTClient handle, int) { FakeMqttClient::setConnected(handle, false); };
     MQTTClient_deliveryToken token = 0;
-    broker.Publish("t", "p", 1, 0, false, token);
+    EXPECT_EQ(broker.Publish("t", "p", 1, 0, false, token), -1);
     EXPECT_EQ(arrive("line/set", "abcd"), 0);
     EXPECT_EQ(broker.Connect(), CB_OK);
     EXPECT_EQ(arrive("line/set", "abcd"), 1);
