@@ -39,11 +39,11 @@ class Row:
 
 
 def processor_microseconds(run: dict) -> float:
-    return run["processor_ns"] / run["sent"] / 1000
+    return run["processor_ns"] / run["messages"] / 1000
 
 
 def ticks_lost(run: dict) -> float:
-    return max(0, run["expected"] - run["sent"])
+    return max(0, run["expected"] - run["messages"])
 
 
 def ticks_lost_percent(run: dict) -> float:
@@ -51,7 +51,7 @@ def ticks_lost_percent(run: dict) -> float:
 
 
 def message_rate(run: dict) -> float:
-    return run["sent"] / run["window_seconds"]
+    return run["messages"] / run["window_seconds"]
 
 
 def start_up(run: dict) -> float:
@@ -60,6 +60,10 @@ def start_up(run: dict) -> float:
 
 def start_up_net(run: dict) -> float:
     return run["start_up_seconds"] - SCHEDULER_SLEEP
+
+
+def receiving(name: str, title: str, plant: Plant, target: float) -> Row:
+    return Row(name, plant, [Metric(f"{title}: CPU per message", "us", processor_microseconds, target)])
 
 
 def periodic(rate: int) -> Row:
@@ -92,6 +96,11 @@ def start_up_row(clock_check: bool) -> Row:
     )
 
 
+RAW = Plant(subscriptions=1)
+RAW_EXACT = Plant(subscriptions=300)
+RAW_WILDCARDS = Plant(subscriptions=300, wildcards=True)
+JSON_IN = Plant(subscriptions=1, json=True)
+
 ROWS = [
     periodic(10),
     periodic(100),
@@ -108,6 +117,40 @@ ROWS = [
         metrics=[Metric("saturated QoS 1, one broker: messages per second", "/s", message_rate, 0.5, at_least=True)],
         bare_loop=True,
     ),
+    receiving("receive-raw", "receive raw 64 bytes, 1 subscription", RAW, 1.10),
+    receiving("receive-exact", "receive raw 64 bytes, 300 exact filters", RAW_EXACT, 1.15),
+    receiving("receive-wildcards", "receive raw 64 bytes, 300 wildcard filters", RAW_WILDCARDS, 1.30),
+    receiving("receive-json", "receive a JSON struct of 10 members", JSON_IN, 1.10),
+    Row(
+        name="publish-json",
+        plant=Plant(publications=300, interval=100, json=True),
+        metrics=[
+            Metric("publish a JSON struct of 10 members, 300 x 10/s, QoS 0: CPU per message", "us",
+                   processor_microseconds, 1.20)
+        ],
+    ),
     start_up_row(clock_check=True),
     start_up_row(clock_check=False),
+]
+
+
+@dataclass(frozen=True)
+class InstructionRow:
+    name: str
+    title: str
+    plant: Plant
+    target: float | None
+
+
+ROUNDS = 3000  # milliseconds between two rounds; a round under callgrind and the dump behind it fit in
+
+INSTRUCTION_ROWS = [
+    InstructionRow("publish-raw", "instructions per published message, QoS 0, 64 bytes",
+                   Plant(publications=300, interval=ROUNDS), 1.10),
+    InstructionRow("publish-json", "the same, a JSON struct of 10 members",
+                   Plant(publications=300, interval=ROUNDS, json=True), 1.15),
+    InstructionRow("receive-raw", "instructions per arrival, raw 64 bytes, 1 subscription", RAW, 1.5),
+    InstructionRow("receive-exact", "the same, 300 exact filters", RAW_EXACT, 1.5),
+    InstructionRow("receive-wildcards", "the same, 300 wildcard filters", RAW_WILDCARDS, 2.0),
+    InstructionRow("receive-json", "instructions per arrival, a JSON struct of 10 members", JSON_IN, None),
 ]

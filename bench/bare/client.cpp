@@ -1,12 +1,11 @@
 #include "bench/bare/client.h"
 
 #include "MQTTClientManager/devicepaths.h"
-#include "Platform/TagMemory/tagmemory.h"
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <string>
 
 namespace {
 
@@ -17,18 +16,6 @@ void connectionLost(void*, char*)
     std::_Exit(1);
 }
 
-int messageArrived(void*, char* topic, int, MQTTClient_message* message)
-{
-    MQTTClient_freeMessage(&message);
-    MQTTClient_free(topic);
-    return 1;
-}
-
-void deliveryComplete(void* counters, MQTTClient_deliveryToken)
-{
-    static_cast<Counters*>(counters)->addAcknowledged();
-}
-
 void check(int result, const char* step)
 {
     if (result != MQTTCLIENT_SUCCESS)
@@ -37,25 +24,21 @@ void check(int result, const char* step)
 
 } // namespace
 
-void Counters::addSent()
+int Client::messageArrived(void* client, char* topic, int, MQTTClient_message* message)
 {
-    m_sent.fetch_add(1, std::memory_order_relaxed);
-    write();
+    static_cast<Client*>(client)->m_reception.take(topic, message->payload, message->payloadlen);
+    MQTTClient_freeMessage(&message);
+    MQTTClient_free(topic);
+    return 1;
 }
 
-void Counters::addAcknowledged()
+void Client::deliveryComplete(void* client, MQTTClient_deliveryToken)
 {
-    m_acknowledged.fetch_add(1, std::memory_order_release);
-    write();
+    static_cast<Client*>(client)->m_counters.addAcknowledged();
 }
 
-void Counters::write() const
-{
-    const MQTTStatisticsStruct record{sent(), acknowledged(), 0, 0};
-    (void)TagMemory::Write(sizeof record, m_address, reinterpret_cast<const unsigned char*>(&record));
-}
-
-Client::Client(int number, int port, Counters& counters) : m_counters(counters)
+Client::Client(int number, int port, Counters& counters, Reception& reception)
+    : m_counters(counters), m_reception(reception)
 {
     const std::string uri = "tcp://127.0.0.1:" + std::to_string(port);
     const std::string identifier = "bench-" + std::to_string(number);
@@ -81,18 +64,18 @@ void Client::connect()
     options.ssl = &ssl;
     options.MQTTVersion = 0;
 
-    check(MQTTClient_setCallbacks(m_handle, &m_counters, connectionLost, messageArrived, deliveryComplete),
-          "setCallbacks");
+    check(MQTTClient_setCallbacks(m_handle, this, connectionLost, messageArrived, deliveryComplete), "setCallbacks");
     check(MQTTClient_connect(m_handle, &options), "connect");
 }
 
-void Client::publish(const char* topic, unsigned short size, unsigned address, int qos)
+void Client::subscribe(const char* filter, int qos)
 {
-    if (!MQTTClient_isConnected(m_handle))
-        return;
-    std::array<unsigned char, LargestPayload> payload;
-    TagMemory::Read(size, address, payload.data());
+    check(MQTTClient_subscribe(m_handle, filter, qos), "subscribe");
+}
+
+void Client::publish(const char* topic, const void* payload, int size, int qos)
+{
     MQTTClient_deliveryToken token = 0;
-    if (MQTTClient_publish(m_handle, topic, size, payload.data(), qos, 0, &token) == MQTTCLIENT_SUCCESS)
+    if (MQTTClient_publish(m_handle, topic, size, payload, qos, 0, &token) == MQTTCLIENT_SUCCESS)
         m_counters.addSent();
 }

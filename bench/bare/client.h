@@ -1,52 +1,34 @@
 #pragma once
 
-#include "bench/bare/workload.h"
-#include "MQTTClientManager/Records/generalrecords.h"
+#include "bench/bare/counters.h"
+#include "bench/bare/reception.h"
 
 #include <MQTTClient.h>
 
-#include <atomic>
-#include <cstdint>
-#include <string>
-#include <vector>
-
 // The client library with nothing around it: what the service's work costs at the least.
-
-// The counters behind the statistics record. Raised by the publishing thread and the library's thread.
-class Counters
-{
-public:
-    explicit Counters(unsigned address) : m_address(address) {}
-
-    void addSent();
-    void addAcknowledged();
-    std::uint32_t sent() const { return m_sent.load(std::memory_order_relaxed); }
-    std::uint32_t acknowledged() const { return m_acknowledged.load(std::memory_order_acquire); }
-
-private:
-    void write() const;
-
-    unsigned m_address;
-    std::atomic<std::uint32_t> m_sent = 0;
-    std::atomic<std::uint32_t> m_acknowledged = 0;
-};
 
 // One connection of the synchronous client. Its address is the library's callback context, so it is never moved.
 class Client
 {
 public:
-    // Creates the handle; throws std::runtime_error when the library refuses.
-    Client(int number, int port, Counters& counters);
+    // Creates the handle; throws std::runtime_error when the library refuses. Received messages go to `reception`, on
+    // the library's thread.
+    Client(int number, int port, Counters& counters, Reception& reception);
     Client(const Client&) = delete;
     Client& operator=(const Client&) = delete;
 
-    // Throws std::runtime_error when the broker does not answer.
+    // These throw std::runtime_error when the broker does not answer, or refuses.
     void connect();
+    void subscribe(const char* filter, int qos);
 
-    // Publishes the `size` bytes at the tag memory position `address`, as they are there now.
-    void publish(const char* topic, unsigned short size, unsigned address, int qos);
+    bool isConnected() const { return MQTTClient_isConnected(m_handle) != 0; }
+    void publish(const char* topic, const void* payload, int size, int qos);
 
 private:
+    static int messageArrived(void* client, char* topic, int, MQTTClient_message* message);
+    static void deliveryComplete(void* client, MQTTClient_deliveryToken);
+
     MQTTClient m_handle = nullptr;
     Counters& m_counters;
+    Reception& m_reception;
 };

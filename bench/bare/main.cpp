@@ -1,9 +1,10 @@
 #include "bench/bare/client.h"
+#include "bench/bare/publication.h"
+#include "MQTTClientManager/Records/generalrecords.h"
 #include "MQTTClientManager/Records/statuscodes.h"
 #include "Platform/TagMemory/tagmemory.h"
 
 #include <QCoreApplication>
-#include <QTimer>
 
 #include <unistd.h>
 
@@ -13,29 +14,21 @@
 
 namespace {
 
-struct Publication
-{
-    Client* client;
-    std::string topic;
-    unsigned address;
-    QTimer timer;
-};
-
 void reportRunning(const Workload& workload)
 {
     const MQTTGeneralStruct record{PS_RUNNING, static_cast<std::uint16_t>(workload.brokers),
-                                   static_cast<std::uint16_t>(workload.publications), 0, 0};
+                                   static_cast<std::uint16_t>(workload.publications),
+                                   static_cast<std::uint16_t>(workload.subscriptions), 0};
     (void)TagMemory::Write(sizeof record, workload.generalAddress, reinterpret_cast<const unsigned char*>(&record));
 }
 
 // One message in flight, and no timer: the rate that one connection can reach.
-[[noreturn]] void publishForEver(const Workload& workload, const Counters& counters, const Publication& publication)
+[[noreturn]] void publishForEver(const Workload& workload, const Counters& counters, Publication& publication)
 {
     for (;;) {
         while (workload.qos > 0 && counters.acknowledged() < counters.sent())
             usleep(50);
-        publication.client->publish(publication.topic.c_str(), static_cast<unsigned short>(workload.size),
-                                    publication.address, workload.qos);
+        publication.publish();
     }
 }
 
@@ -45,29 +38,24 @@ int run(int argc, char** argv)
     const Workload workload = parseWorkload(argc, argv);
     TagMemory::Open();
     Counters counters(workload.statisticsAddress);
+    Reception reception(workload, counters);
 
     std::deque<Client> clients;
     for (int i = 0; i < workload.brokers; ++i)
-        clients.emplace_back(i + 1, workload.port, counters);
+        clients.emplace_back(i + 1, workload.port, counters, reception);
     for (Client& client : clients)
         client.connect();
+    for (const std::string& filter : reception.filters())
+        clients.front().subscribe(filter.c_str(), workload.qos);
 
-    std::deque<Publication> publications(static_cast<std::size_t>(workload.publications));
-    for (std::size_t i = 0; i < publications.size(); ++i) {
-        Publication& publication = publications[i];
-        publication.client = &clients[i % clients.size()];
-        publication.topic = "bench/publication/" + std::to_string(i + 1);
-        publication.address = workload.dataAddress + static_cast<unsigned>(i) * static_cast<unsigned>(workload.size);
-        if (workload.loop)
-            continue;
-        QObject::connect(&publication.timer, &QTimer::timeout, [&publication, &workload] {
-            publication.client->publish(publication.topic.c_str(), static_cast<unsigned short>(workload.size),
-                                        publication.address, workload.qos);
-        });
-        publication.timer.start(workload.interval);
+    std::deque<Publication> publications;
+    for (int i = 0; i < workload.publications; ++i) {
+        publications.emplace_back(i + 1, workload, clients[static_cast<std::size_t>(i) % clients.size()]);
+        if (workload.loop == 0)
+            publications.back().startTimer();
     }
     reportRunning(workload);
-    if (workload.loop)
+    if (workload.loop != 0)
         publishForEver(workload, counters, publications.front());
     return QCoreApplication::exec();
 }

@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <stdexcept>
-#include <string>
 #include <string_view>
 
 namespace {
@@ -20,12 +19,18 @@ bool assignByName(std::string_view name, std::string_view text, Workload& worklo
         return assign(text, workload.brokers);
     if (name == "publications")
         return assign(text, workload.publications);
+    if (name == "subscriptions")
+        return assign(text, workload.subscriptions);
     if (name == "interval")
         return assign(text, workload.interval);
     if (name == "qos")
         return assign(text, workload.qos);
+    if (name == "json")
+        return assign(text, workload.json);
     if (name == "size")
         return assign(text, workload.size);
+    if (name == "spacing")
+        return assign(text, workload.spacing);
     if (name == "port")
         return assign(text, workload.port);
     if (name == "loop")
@@ -34,8 +39,14 @@ bool assignByName(std::string_view name, std::string_view text, Workload& worklo
         return assign(text, workload.generalAddress);
     if (name == "statistics")
         return assign(text, workload.statisticsAddress);
+    if (name == "records")
+        return assign(text, workload.recordsAddress);
     if (name == "data")
         return assign(text, workload.dataAddress);
+    if (name == "filters") {
+        workload.filters = text;
+        return true;
+    }
     return false;
 }
 
@@ -49,10 +60,12 @@ Workload parseWorkload(int argc, char** argv)
         const auto equals = word.find('=');
         if (equals == std::string_view::npos ||
             !assignByName(word.substr(0, equals), word.substr(equals + 1), workload))
-            throw std::invalid_argument("not a known name=number: " + std::string(word));
+            throw std::invalid_argument("not a known name=value: " + std::string(word));
     }
-    if (workload.brokers < 1 || workload.publications < 1)
-        throw std::invalid_argument("brokers and publications must be at least 1");
+    if (workload.brokers < 1)
+        throw std::invalid_argument("brokers must be at least 1");
+    if (workload.loop != 0 && workload.publications < 1)
+        throw std::invalid_argument("a loop needs a publication");
     if (workload.size < 0 || workload.size > LargestPayload)
         throw std::invalid_argument("size must be 0 to " + std::to_string(LargestPayload));
     return workload;

@@ -1,11 +1,8 @@
 #include "bench/observer/measurement.h"
 
-#include "MQTTClientManager/Records/requestrecords.h"
 #include "MQTTClientManager/Records/statuscodes.h"
-#include "Platform/TagMemory/tagmemory.h"
+#include "MQTTClientManager/Records/subscriptionrecords.h"
 
-#include <fcntl.h>
-#include <mqueue.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,16 +11,15 @@
 #include <fstream>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
 
 using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr unsigned FirstLinkStateAddress = 44;
-constexpr int NotStarted = -1; // no ProcessStatus
 constexpr auto PollInterval = std::chrono::microseconds(200);
 constexpr int MarkAttempts = 10;
+constexpr auto BurstRest = std::chrono::milliseconds(200); // the counter is raised ahead of a message's last steps
+constexpr char SenderOutput[] = "/tmp/sender.txt";
 
 void sleepFor(Clock::duration duration)
 {
@@ -35,35 +31,9 @@ Clock::duration fromSeconds(double seconds)
     return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
 }
 
-template<typename Record>
-void writeRecord(unsigned address, const Record& record)
-{
-    if (TagMemory::Write(sizeof record, address, reinterpret_cast<const unsigned char*>(&record)) != 0)
-        throw std::runtime_error("tag memory takes no write at " + std::to_string(address));
-}
-
-template<typename Record>
-Record readRecord(unsigned address)
-{
-    Record record{};
-    TagMemory::Read(sizeof record, address, reinterpret_cast<unsigned char*>(&record));
-    return record;
-}
-
-void createRequestQueue()
-{
-    mq_attr attributes{};
-    attributes.mq_maxmsg = 10;
-    attributes.mq_msgsize = RequestRecordSize;
-    const mqd_t queue = mq_open(RequestQueueName, O_RDWR | O_CREAT, 0666, &attributes);
-    if (queue < 0)
-        throw std::system_error(errno, std::generic_category(), "create the request queue");
-    mq_close(queue);
-}
-
 double waitUntilRunning(const Plan& plan, ChildProcess& process, Clock::time_point started)
 {
-    while (readRecord<MQTTGeneralStruct>(plan.generalAddress).m_ProcessStatus != PS_RUNNING) {
+    while (readRecord<MQTTGeneralStruct>(plan.addresses.general).m_ProcessStatus != PS_RUNNING) {
         process.requireAlive();
         if (Clock::now() - started > fromSeconds(plan.patience))
             throw std::runtime_error("the process under test does not report that it runs");
@@ -87,22 +57,37 @@ Memory readMemory(pid_t process)
     return memory;
 }
 
+MQTTStatisticsStruct readStatistics(const Plan& plan)
+{
+    return readRecord<MQTTStatisticsStruct>(plan.addresses.statistics);
+}
+
+std::uint32_t messagesOf(const MQTTStatisticsStruct& statistics)
+{
+    return statistics.m_SentPubs + statistics.m_ReceivedSub;
+}
+
+std::uint32_t countMessages(const Plan& plan)
+{
+    return messagesOf(readStatistics(plan));
+}
+
 // Timers of one interval fire together, so between two rounds of ticks the counter stands still. A snapshot taken there
 // holds whole rounds. A process that is behind its timers has no pause; then the snapshot is taken anyway.
 bool waitForPause(const Plan& plan)
 {
     const auto quiet = std::chrono::milliseconds(plan.interval) / 4;
     const auto deadline = Clock::now() + 3 * std::chrono::milliseconds(plan.interval);
-    auto sent = readRecord<MQTTStatisticsStruct>(plan.statisticsAddress).m_SentPubs;
+    auto counted = countMessages(plan);
     std::optional<Clock::time_point> still;
     while (Clock::now() < deadline) {
         sleepFor(PollInterval);
-        const auto now = readRecord<MQTTStatisticsStruct>(plan.statisticsAddress).m_SentPubs;
-        if (now != sent)
+        const auto now = countMessages(plan);
+        if (now != counted)
             still = Clock::now();
         else if (still && Clock::now() - *still >= quiet)
             return true;
-        sent = now;
+        counted = now;
     }
     return false;
 }
@@ -119,8 +104,7 @@ struct Snapshot
 Snapshot takeSnapshot(const Plan& plan, const ChildProcess& process)
 {
     const bool atRest = plan.interval > 0 && waitForPause(plan);
-    return {Clock::now(), process.processorNanoseconds(), readRecord<MQTTStatisticsStruct>(plan.statisticsAddress),
-            atRest, 0};
+    return {Clock::now(), process.processorNanoseconds(), readStatistics(plan), atRest, 0};
 }
 
 void runMark(const Plan& plan, pid_t process)
@@ -141,32 +125,18 @@ Snapshot takeMarkedSnapshot(const Plan& plan, const ChildProcess& process)
             return snapshot;
         snapshot.marks = attempt;
         runMark(plan, process.id());
-        const auto after = readRecord<MQTTStatisticsStruct>(plan.statisticsAddress).m_SentPubs;
-        if (snapshot.atRest && after == snapshot.statistics.m_SentPubs)
+        if (snapshot.atRest && countMessages(plan) == messagesOf(snapshot.statistics))
             return snapshot;
     }
     throw std::runtime_error("no pause between two rounds was long enough for the mark command");
 }
 
-Window measureWindow(const Plan& plan, ChildProcess& process)
+Window between(const Plan& plan, const Snapshot& begin, const Snapshot& end)
 {
-    const auto deadline = Clock::now() + fromSeconds(plan.patience);
-    while (readRecord<MQTTStatisticsStruct>(plan.statisticsAddress).m_SentPubs == 0) {
-        process.requireAlive();
-        if (Clock::now() > deadline)
-            throw std::runtime_error("the process under test publishes nothing");
-        sleepFor(PollInterval);
-    }
-    sleepFor(fromSeconds(plan.warmUp));
-    const Snapshot begin = takeMarkedSnapshot(plan, process);
-    sleepFor(fromSeconds(plan.window));
-    process.requireAlive();
-    const Snapshot end = takeMarkedSnapshot(plan, process);
-
     Window window;
     window.seconds = std::chrono::duration<double>(end.time - begin.time).count();
     window.processorNanoseconds = end.processorNanoseconds - begin.processorNanoseconds;
-    window.sent = end.statistics.m_SentPubs - begin.statistics.m_SentPubs;
+    window.messages = messagesOf(end.statistics) - messagesOf(begin.statistics);
     window.acknowledged = end.statistics.m_AckPubs - begin.statistics.m_AckPubs;
     window.atRest = begin.atRest && end.atRest;
     window.beginMarks = begin.marks;
@@ -176,19 +146,71 @@ Window measureWindow(const Plan& plan, ChildProcess& process)
     return window;
 }
 
-} // namespace
-
-void prepareController(const Plan& plan)
+Window measureWindow(const Plan& plan, ChildProcess& process)
 {
-    TagMemory::Open();
-    createRequestQueue();
-    const unsigned char linkUp = 1;
-    writeRecord(FirstLinkStateAddress, linkUp);
-    writeRecord(plan.generalAddress, MQTTGeneralStruct{NotStarted, 0, 0, 0, 0});
-    writeRecord(plan.statisticsAddress, MQTTStatisticsStruct{});
-    for (unsigned i = 0; i < plan.dataSize; ++i)
-        writeRecord(plan.dataAddress + i, static_cast<unsigned char>(i));
+    const auto deadline = Clock::now() + fromSeconds(plan.patience);
+    while (countMessages(plan) == 0) {
+        process.requireAlive();
+        if (Clock::now() > deadline)
+            throw std::runtime_error("the process under test counts no message");
+        sleepFor(PollInterval);
+    }
+    sleepFor(fromSeconds(plan.warmUp));
+    const Snapshot begin = takeMarkedSnapshot(plan, process);
+    sleepFor(fromSeconds(plan.window));
+    process.requireAlive();
+    return between(plan, begin, takeMarkedSnapshot(plan, process));
 }
+
+Window measureStream(const Plan& plan, ChildProcess& process)
+{
+    ChildProcess sender({"/bin/sh", "-c", "exec " + plan.sender}, SenderOutput);
+    const Window window = measureWindow(plan, process);
+    sender.requireAlive();
+    return window;
+}
+
+void sendBurst(const Plan& plan, ChildProcess& process)
+{
+    const std::uint32_t whole = countMessages(plan) + plan.burst;
+    if (std::system(plan.sender.c_str()) != 0)
+        throw std::runtime_error("the sender failed: " + plan.sender);
+    const auto deadline = Clock::now() + fromSeconds(plan.patience);
+    while (countMessages(plan) != whole) {
+        process.requireAlive();
+        if (Clock::now() > deadline)
+            throw std::runtime_error("messages are missing that were sent to the process under test");
+        sleepFor(PollInterval);
+    }
+    sleepFor(BurstRest);
+}
+
+Snapshot takeRestingSnapshot(const Plan& plan, const ChildProcess& process)
+{
+    Snapshot snapshot{Clock::now(), process.processorNanoseconds(), readStatistics(plan), true, 0};
+    if (!plan.mark.empty()) {
+        runMark(plan, process.id());
+        snapshot.marks = 1;
+    }
+    return snapshot;
+}
+
+Window measureBurst(const Plan& plan, ChildProcess& process)
+{
+    sendBurst(plan, process);
+    const Snapshot begin = takeRestingSnapshot(plan, process);
+    sendBurst(plan, process);
+    return between(plan, begin, takeRestingSnapshot(plan, process));
+}
+
+Window measureAsPlanned(const Plan& plan, ChildProcess& process)
+{
+    if (plan.sender.empty())
+        return measureWindow(plan, process);
+    return plan.burst > 0 ? measureBurst(plan, process) : measureStream(plan, process);
+}
+
+} // namespace
 
 Outcome measure(const Plan& plan, ChildProcess& process, Clock::time_point started)
 {
@@ -196,7 +218,11 @@ Outcome measure(const Plan& plan, ChildProcess& process, Clock::time_point start
     outcome.startUpSeconds = waitUntilRunning(plan, process, started);
     outcome.memory = readMemory(process.id());
     if (plan.window > 0)
-        outcome.window = measureWindow(plan, process);
+        outcome.window = measureAsPlanned(plan, process);
     process.requireAlive();
+    if (plan.addresses.records != 0) {
+        outcome.record = readHexadecimal(plan.addresses.records, sizeof(SubscriberStatusStruct));
+        outcome.tag = readHexadecimal(plan.addresses.data, plan.tagSize);
+    }
     return outcome;
 }
