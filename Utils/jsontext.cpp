@@ -15,16 +15,20 @@ constexpr std::size_t DeepestLevel = 1024;
 
 // How often the whole text may be looked at again to prove that what is taken out is JSON.
 constexpr qint64 LooksAtText = 8;
+constexpr qint64 AlwaysAllowed = 1024 * 1024; // bytes, whatever the size of the text
 
 class ReplacedContainers
 {
 public:
-    explicit ReplacedContainers(QByteArray& json) : m_json(json), m_budget(LooksAtText * json.size()) {}
+    explicit ReplacedContainers(QByteArray& json)
+        : m_json(json), m_budget(std::max(LooksAtText * json.size(), AlwaysAllowed))
+    {
+    }
 
-    // Nothing when it would take too long.
+    // False when it would take too long, or can't be told.
     bool remove()
     {
-        while (m_at < m_json.size() && m_isGoingOn)
+        while (m_at < m_json.size() && m_isGoingOn && m_budget >= 0)
             takeCharacter();
         return m_budget >= 0;
     }
@@ -123,7 +127,7 @@ private:
         const Span span = former.value();
         level.containers.erase(former);
         m_budget -= span.end - span.begin;
-        m_isGoingOn = m_budget >= 0 && isMember(span);
+        m_isGoingOn = isMember(span);
         if (m_isGoingOn)
             std::fill(m_json.begin() + span.begin, m_json.begin() + span.end + 1, ' ');
     }
@@ -134,12 +138,16 @@ private:
         return !QJsonDocument::fromJson('{' + member + '}').isNull();
     }
 
-    // The key with its escapes undone.
-    static QString nameOf(const QByteArray& key)
+    // The key with its escapes undone. Half a surrogate pair is no text: what the parser makes of two such keys is its
+    // own affair, so the document is given up.
+    QString nameOf(const QByteArray& key)
     {
         if (!key.contains('\\'))
             return QString::fromUtf8(key);
-        return '"' + QJsonDocument::fromJson('[' + key + ']').array().at(0).toString() + '"';
+        const QString name = QJsonDocument::fromJson('[' + key + ']').array().at(0).toString();
+        if (!name.isValidUtf16())
+            m_budget = -1;
+        return '"' + name + '"';
     }
 
     QByteArray& m_json;

@@ -126,8 +126,6 @@ void ClientBroker::noteSessionEnd(MQTTClient client)
 
 void ClientBroker::offerMessage(char* topicName, MQTTClient_message* message)
 {
-    // A subscription's first messages, retained ones above all, may come ahead of the broker's answer, and come before
-    // the subscribing thread has noted it: whoever is being subscribed is offered them as well.
     // Intended: a topic with a zero byte inside ends there.
     const std::size_t length = std::strlen(topicName);
     const bool isSifted = m_Sieve.size() == m_Callers.size();
@@ -136,6 +134,8 @@ void ClientBroker::offerMessage(char* topicName, MQTTClient_message* message)
         if (isSifted && !m_Sieve.mayMatch(i, topicName, length))
             continue;
         MQTTCallerBase* caller = m_Callers.at(i);
+        // Whoever is being subscribed is offered messages, too: a subscription's first ones, retained ones above all,
+        // may come ahead of the broker's answer, and come before the subscribing thread has noted it.
         if (caller->m_CallerType == CT_SUBSCRIBER && (caller->IsSubscribed() || caller == m_Subscribing))
             isTaken |= caller->MessageArrived(topicName, static_cast<int>(length), message);
     }

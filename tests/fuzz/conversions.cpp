@@ -66,6 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const QString key = Fuzzing::chooseKey(input);
     const Fuzzing::Datum datum(input);
     const QByteArray payload = input.rest();
+    if (Fuzzing::escapesSurrogate(payload))
+        return 0;
 
     QString text = QString::fromUtf8(payload);
     convertSimple(before, datum, text);

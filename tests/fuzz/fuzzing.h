@@ -14,6 +14,13 @@ namespace Fuzzing {
 // Ends the process, as a sanitizer does, when `condition` doesn't hold.
 void require(bool condition, const char* what);
 
+// True when JSON text escapes a surrogate. Half a pair as a key may make the service give a document up that the parser
+// takes, which the second reading doesn't know.
+inline bool escapesSurrogate(const QByteArray& json)
+{
+    return json.toLower().contains("\\ud");
+}
+
 // The bytes of one input, taken from the front. The low four bits of a byte make a choice, so that the digits '0' to
 // '9' and the characters ":;<=>?" behind them are the choices 0 to 15 and a corpus can be written by hand. Behind its
 // end an input holds '0'.

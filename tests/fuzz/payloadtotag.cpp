@@ -125,6 +125,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         {Place{RecordAddress, sizeof(SubscriberStatusStruct)}, Place{StatisticsAddress, sizeof(MQTTStatisticsStruct)},
          Place{subscriber.m_DataAddress, static_cast<unsigned long>(std::max(subscriber.m_DataSize, 0))}});
     deliver(subscriber, payload);
+    if (Fuzzing::escapesSurrogate(payload))
+        return 0;
 
     const auto& writes = GuardedTagMemory::writes();
     Fuzzing::require(writes.size() >= 2 && writes[0].address == RecordAddress && writes[1].address == StatisticsAddress,
