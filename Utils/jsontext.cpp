@@ -37,7 +37,7 @@ private:
     struct Span
     {
         int begin;
-        int end; // of the comma
+        int end;
     };
 
     // An array, or an object with those of its members that are containers.
@@ -45,10 +45,9 @@ private:
     {
         bool isObject = false;
         bool isKeyNext = false;
-        bool isContainer = false; // the value of the member that is being read
-        int memberBegin = 0;
-        QByteArray key; // as it stands in the text, with its quotes
-        QHash<QString, Span> containers;
+        bool isContainer = false;        // the value of the member that is being read
+        Span key{0, 0};                  // of the member that is being read, with its quotes
+        QHash<QString, Span> containers; // each from its key to the comma behind it
     };
 
     void takeCharacter()
@@ -86,8 +85,7 @@ private:
         Level& level = m_levels.back();
         level.isKeyNext = false;
         level.isContainer = false;
-        level.memberBegin = begin;
-        level.key = m_json.mid(begin, m_at - begin);
+        level.key = {begin, m_at};
         if (!level.containers.isEmpty())
             removeFormer(level);
     }
@@ -116,7 +114,7 @@ private:
         Level& level = m_levels.back();
         level.isKeyNext = true;
         if (level.isContainer)
-            level.containers.insert(nameOf(level.key), {level.memberBegin, m_at});
+            level.containers.insert(nameOf(level.key), {level.key.begin, m_at});
     }
 
     void removeFormer(Level& level)
@@ -140,8 +138,9 @@ private:
 
     // The key with its escapes undone. Half a surrogate pair is no text: what the parser makes of two such keys is its
     // own affair, so the document is given up.
-    QString nameOf(const QByteArray& key)
+    QString nameOf(Span span)
     {
+        const QByteArray key = m_json.mid(span.begin, span.end - span.begin);
         if (!key.contains('\\'))
             return QString::fromUtf8(key);
         const QString name = QJsonDocument::fromJson('[' + key + ']').array().at(0).toString();

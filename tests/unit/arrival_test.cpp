@@ -531,6 +531,32 @@ TEST_F(ArrivalDuringRequest, aMessageWhoseSessionARequestHasClosedIsNotTouched)
     EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
 }
 
+// From 9 s on the library may close the session for want of an answer.
+TEST_F(ArrivalDuringRequest, noMessageIsTouchedWhenTheAnswerIsLongOverdue)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto overdue = Clock::now() + std::chrono::milliseconds(9'200);
+    subscriber.m_Status.m_Subscribed = 1;
+    std::size_t writesInside = 99;
+    int consumedInside = 99;
+    FakeMqttClient::state().subscribeResult = -1;
+    FakeMqttClient::state().duringSubscribe = [&](MQTTClient handle) {
+        while (Clock::now() < overdue)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        arriveBeside("line/set");
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        writesInside = FakeTagMemory::state().writes.size();
+        consumedInside = consumed;
+        FakeMqttClient::setConnected(handle, false);
+    };
+    EXPECT_EQ(static_cast<int>(subscriber.UnSubscribe()), -1);
+    library.join();
+    EXPECT_EQ(writesInside, 0U);
+    EXPECT_EQ(consumedInside, -1); // the callback waits for the end of the request
+    EXPECT_EQ(consumed, 0);
+    EXPECT_EQ(FakeMqttClient::state().freedMessages, 0);
+}
+
 TEST_F(ArrivalDuringRequest, aMessageWhoseSessionAPublicationHasClosedIsNotTouched)
 {
     subscribe();

@@ -1,23 +1,11 @@
-#include "unittest.h"
-
-#include <algorithm>
+#include "publishertest.h"
 
 namespace {
 
-class JsonPublishing : public BrokerTest
+class JsonPublishing : public PublisherTest
 {
 protected:
-    JsonPublishing()
-    {
-        connectBroker();
-        publisher.m_cBroker = &broker;
-        publisher.m_CallerType = CT_PUBLISHER;
-        publisher.m_Name = "state";
-        publisher.m_Topic = "line/state";
-        publisher.m_PayloadFormat = PF_JSON;
-        publisher.m_DataAddress = 700;
-        broker.m_Callers.append(&publisher);
-    }
+    JsonPublishing() { publisher.m_PayloadFormat = PF_JSON; }
 
     void setType(ArgType type, int length = NO_DATA_LEN, int entries = 0)
     {
@@ -34,12 +22,6 @@ protected:
         publisher.CalcDataSize();
     }
 
-    [[nodiscard]] bool isBufferZero() const
-    {
-        return std::all_of(publisher.m_PublishBuffer.begin(), publisher.m_PublishBuffer.end(),
-                           [](char c) { return c == 0; });
-    }
-
     std::string publish()
     {
         FakeMqttClient::state().publishes.clear();
@@ -47,8 +29,6 @@ protected:
         EXPECT_EQ(FakeMqttClient::state().publishes.size(), 1U);
         return FakeMqttClient::state().publishes.empty() ? "" : FakeMqttClient::state().publishes.at(0).payload;
     }
-
-    Publisher publisher;
 };
 
 TEST_F(JsonPublishing, aSingleValueIsBare)

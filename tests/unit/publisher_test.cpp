@@ -1,36 +1,19 @@
-#include "unittest.h"
+#include "publishertest.h"
 
 #include "Records/publicationrecords.h"
-
-#include <algorithm>
 
 namespace {
 
 using testing::ElementsAre;
 
-class Publishing : public BrokerTest
+class Publishing : public PublisherTest
 {
 protected:
     Publishing()
     {
-        connectBroker();
-        publisher.m_cBroker = &broker;
-        publisher.m_CallerType = CT_PUBLISHER;
-        publisher.m_Name = "speed";
-        publisher.m_Topic = QString::fromUtf8("line/größe");
         publisher.m_PayloadFormat = PF_BUFFER;
-        publisher.m_DataAddress = 700;
         publisher.m_DataSize = 4;
-        broker.m_Callers.append(&publisher);
     }
-
-    [[nodiscard]] bool isBufferZero() const
-    {
-        return std::all_of(publisher.m_PublishBuffer.begin(), publisher.m_PublishBuffer.end(),
-                           [](char c) { return c == 0; });
-    }
-
-    Publisher publisher;
 };
 
 TEST_F(Publishing, sendsTheTagBytesAsTheyAre)
