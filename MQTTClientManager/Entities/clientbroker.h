@@ -8,6 +8,7 @@
 #include "Utils/sharedscalar.h"
 
 #include <chrono>
+#include <jwt.h>
 #include <MQTTClient.h>
 #include <optional>
 #include <QByteArray>
@@ -37,6 +38,7 @@ enum EncryptionLevel : int
 //   clientbroker_connection.cpp   connecting
 //   clientbroker_callbacks.cpp    the client library's events
 //   clientbroker_publishing.cpp   handing over a publication
+//   clientbroker_token.cpp        the signed token that some brokers want in place of a password
 // A subscribe or unsubscribe is a SubscriptionRequest of its own.
 // Brokers live by value in the manager's list and keep their address while a handle exists, since the client library
 // gets it as context. Configuration members and m_Callers are constant once the clients are created. The scalars that
@@ -70,6 +72,15 @@ public:
     // it acknowledges or a new connection is made. `token` is set only at a quality of service above 0.
     int Publish(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService, bool retained,
                 MQTTClient_deliveryToken& token);
+
+    // A signed token for one connection attempt, with the content of `keyFile` as key; the caller frees it. "" when the
+    // file can't be read, null when it can't be made. Any thread.
+    char* CreateJwt(const char* keyFile, const char* audience, const char* algorithm);
+    // The present time in seconds since 1970 and the time a token made now expires, as decimal texts of at most `size`
+    // bytes, terminator included.
+    void GetIatExp(char* iat, char* exp, int size);
+    // JWT_ALG_NONE for any name but "RS256" and "ES256".
+    jwt_alg_t GetAlgorithmFromString(const char* name);
 
     // Write the status block as it stands; true when tag memory took it. Any thread.
     bool UpdateClientBrokerStruct();

@@ -2,6 +2,7 @@
 
 #include "devicepaths.h"
 #include "Entities/clientbroker.h"
+#include "Entities/keyfile.h"
 #include "logging.h"
 #include "tagmemory.h"
 
@@ -30,20 +31,25 @@ QByteArray readWillMessage(const ClientBroker& broker)
     return QString::fromUtf8(tag.constData()).toUtf8();
 }
 
-// The path as the library gets it. A pipe or a device under that name might never end, and the attempt with it: with a
-// slash behind it, it can't be opened, and the attempt fails as with any bad file.
+// With a slash behind its name no file can be opened, and the attempt fails as with any bad file.
+void keepFromOpening(QByteArray& path)
+{
+    path += '/';
+}
+
+// The path as the library gets it. A pipe or a device under that name might never end, and the attempt with it.
 QByteArray certificatePath(const QString& path)
 {
     QByteArray name = path.toLatin1();
     struct stat file = {};
     if (stat(name.constData(), &file) == 0 && !S_ISREG(file.st_mode) && !S_ISDIR(file.st_mode))
-        name += '/';
+        keepFromOpening(name);
     return name;
 }
 
 } // namespace
 
-ConnectionRecords::ConnectionRecords(const ClientBroker& broker)
+ConnectionRecords::ConnectionRecords(ClientBroker& broker)
     : m_caFile(certificatePath(broker.SetCAFileName)), m_keyFile(certificatePath(broker.ClientKeyFileName)),
       m_certificateFile(certificatePath(broker.ClientCertificateFileName)),
       m_options(MQTTClient_connectOptions_initializer), m_tls(MQTTClient_SSLOptions_initializer),
@@ -75,7 +81,7 @@ void ConnectionRecords::fillCredentials(const ClientBroker& broker)
     m_options.password = textOrNull(m_password);
 }
 
-void ConnectionRecords::applyEncryptionLevel(const ClientBroker& broker)
+void ConnectionRecords::applyEncryptionLevel(ClientBroker& broker)
 {
     switch (broker.Encryption) {
     case ENC_SSL_CA_CERTIFICATE_ONLY:
@@ -92,6 +98,9 @@ void ConnectionRecords::applyEncryptionLevel(const ClientBroker& broker)
         PLOG_DEBUG << "Encryption level is 'SELF SIGNED CERTIFICATE'";
         m_tls.trustStore = m_caFile.constData();
         m_tls.keyStore = m_certificateFile.constData();
+        // Asking for a passphrase at the terminal would hold up the attempts of all brokers.
+        if (KeyFile(m_keyFile.constData()).wantsPassphrase())
+            keepFromOpening(m_keyFile);
         m_tls.privateKey = m_keyFile.constData();
         m_tls.enableServerCertAuth = 1;
         break;
@@ -100,12 +109,20 @@ void ConnectionRecords::applyEncryptionLevel(const ClientBroker& broker)
         m_tls.trustStore = m_caFile.constData();
         m_tls.privateKey = m_keyFile.constData();
         m_tls.enableServerCertAuth = 1;
-        m_options.username = "unused";
-        m_options.password = nullptr;
+        useToken(broker);
         break;
     default:
         break;
     }
+}
+
+void ConnectionRecords::useToken(ClientBroker& broker)
+{
+    m_token.reset(broker.CreateJwt(broker.ClientKeyFileName.toLatin1().constData(),
+                                   broker.GoogleCloudProjectID.toUtf8().constData(),
+                                   broker.JWTAlgorithm.toUtf8().constData()));
+    m_options.username = "unused";
+    m_options.password = m_token.get();
 }
 
 void ConnectionRecords::fillWill(const ClientBroker& broker)

@@ -1,16 +1,18 @@
 #pragma once
 
+#include <cstdlib>
+#include <memory>
 #include <MQTTClient.h>
 #include <QByteArray>
 
 class ClientBroker;
 
 // The client library's option records for one connection attempt, with the texts that they point to. Made anew for each
-// attempt, so that rotated certificate files and the will tag of the moment take effect.
+// attempt, so that rotated certificate files, the will tag of the moment and a fresh token take effect.
 class ConnectionRecords
 {
 public:
-    explicit ConnectionRecords(const ClientBroker& broker);
+    explicit ConnectionRecords(ClientBroker& broker);
     ConnectionRecords(const ConnectionRecords&) = delete;
     ConnectionRecords& operator=(const ConnectionRecords&) = delete;
 
@@ -18,7 +20,8 @@ public:
 
 private:
     void fillCredentials(const ClientBroker& broker);
-    void applyEncryptionLevel(const ClientBroker& broker);
+    void applyEncryptionLevel(ClientBroker& broker);
+    void useToken(ClientBroker& broker);
     void fillWill(const ClientBroker& broker);
 
     QByteArray m_caFile;
@@ -26,6 +29,7 @@ private:
     QByteArray m_certificateFile;
     QByteArray m_userName;
     QByteArray m_password;
+    std::unique_ptr<char, decltype(&std::free)> m_token{nullptr, &std::free};
     QByteArray m_willTopic;
     QByteArray m_willMessage;
     MQTTClient_connectOptions m_options;
