@@ -1,5 +1,6 @@
 #include "mqttclientmanager.h"
 
+#include "Communication/cominterface.h"
 #include "devicepaths.h"
 #include "logging.h"
 #include "processending.h"
@@ -9,7 +10,7 @@
 #include "Services/mqttStatusLogManager.h"
 #include "Services/mqttXmlParser.h"
 
-#include <algorithm>
+#include <csignal>
 #include <malloc.h>
 #include <thread>
 
@@ -21,14 +22,6 @@ namespace {
 constexpr auto ClientsPatience = std::chrono::seconds(1);
 // For a callback that the library is just entering and that isn't counted as a use yet.
 constexpr auto GraceForEnteringCallbacks = std::chrono::milliseconds(10);
-
-template<typename Entities, typename IdOf>
-int indexOfId(const Entities& entities, int id, IdOf idOf)
-{
-    const auto found = std::find_if(entities.constBegin(), entities.constEnd(),
-                                    [&](const auto& entity) { return idOf(entity) == id; });
-    return found == entities.constEnd() ? -1 : static_cast<int>(found - entities.constBegin());
-}
 
 } // namespace
 
@@ -51,6 +44,8 @@ MQTTClientManager::~MQTTClientManager()
     Finalize();
     if (!m_isInitDone) // else Finalize left it to its own thread
         delete m_scheduler;
+    if (m_comInterface && !m_comInterface->isRunning())
+        delete m_comInterface;
     delete m_proofRunner;
 }
 
@@ -70,6 +65,10 @@ void MQTTClientManager::SetVerboseMode(bool verbose)
 bool MQTTClientManager::Initilize()
 {
     PLOG_DEBUG << "FIRED";
+    m_comInterface = new ComInterface;
+    // It lives in a thread of its own, so both slots are called by the main thread's event loop.
+    connect(m_comInterface, &ComInterface::SignalStartMQTT, this, &MQTTClientManager::SlotStartMQTT);
+    connect(m_comInterface, &ComInterface::SignalPauseMQTT, this, &MQTTClientManager::SlotPauseMQTT);
     if (parseConfigurationFiles() != SC_AC_OK) {
         PLOG_DEBUG << m_logIndent << "initilize failed in parseConfigurationFiles";
         return false;
@@ -77,6 +76,9 @@ bool MQTTClientManager::Initilize()
     PLOG_DEBUG << m_logIndent << "Configuration files parsed successfully";
 
     if (m_clientBrokers.isEmpty()) {
+        disconnect(m_comInterface, nullptr, this, nullptr);
+        delete m_comInterface;
+        m_comInterface = nullptr;
         delete m_scheduler;
         m_scheduler = nullptr;
         PLOG_DEBUG << m_logIndent << "empty MQTT configurtion";
@@ -97,6 +99,7 @@ bool MQTTClientManager::Initilize()
     PLOG_DEBUG << m_logIndent << "MQTTClient creation done successfully";
 
     TagMemory::Open();
+    m_comInterface->InitReceiver();
     clearCfgStructs();
     m_isInitDone = true;
     m_statusLogManager->UpdateMQTTGeneralStruct();
@@ -114,20 +117,29 @@ StatusCodes MQTTClientManager::parseConfigurationFiles()
         return SC_AC_ERROR_PARSE_FAILED;
     m_statusLogManager->UpdateMQTTStructsAddress(generalAddress, statisticsAddress);
 
-    m_clientBrokers.clear();
-    if (!m_xmlParser->ParseXMLFileBrokers(directory + DevicePaths::BrokersFile, m_clientBrokers, version)) {
+    // Whoever still works with an entity of the reading before keeps that one alive. A list that can't be read is
+    // replaced by what could be; the ones after it stay.
+    const auto generation = std::make_shared<EntityGeneration>();
+    const bool hasBrokers =
+        m_xmlParser->ParseXMLFileBrokers(directory + DevicePaths::BrokersFile, generation->brokers, version);
+    m_clientBrokers.replace({generation, &generation->brokers});
+    if (!hasBrokers) {
         PLOG_ERROR << "ParseXMLFileBrokers failed";
         return SC_AC_ERROR_PARSE_FAILED;
     }
 
-    m_subscriptions.clear();
-    if (!m_xmlParser->ParseXMLFileSubscriptions(directory + DevicePaths::SubscriptionsFile, m_subscriptions, version)) {
+    const bool hasSubscriptions = m_xmlParser->ParseXMLFileSubscriptions(directory + DevicePaths::SubscriptionsFile,
+                                                                         generation->subscriptions, version);
+    m_subscriptions.replace({generation, &generation->subscriptions});
+    if (!hasSubscriptions) {
         PLOG_ERROR << "ParseXMLFileSubscriptions failed";
         return SC_AC_ERROR_PARSE_FAILED;
     }
 
-    m_publications.clear();
-    if (!m_xmlParser->ParseXMLFilePublications(directory + DevicePaths::PublicationsFile, m_publications, version)) {
+    const bool hasPublications = m_xmlParser->ParseXMLFilePublications(directory + DevicePaths::PublicationsFile,
+                                                                       generation->publications, version);
+    m_publications.replace({generation, &generation->publications});
+    if (!hasPublications) {
         PLOG_ERROR << "ParseXMLFilePublications failed";
         return SC_AC_ERROR_PARSE_FAILED;
     }
@@ -149,7 +161,20 @@ StatusCodes MQTTClientManager::createMQTTClients()
         tieToBroker(publication);
     }
 
+    // The library ignores broken pipes from the first client on, and again from the first one after the last was
+    // destroyed. The process's own handler is to stay.
+    struct sigaction brokenPipe = {};
+    sigaction(SIGPIPE, nullptr, &brokenPipe);
+    const StatusCodes result = createClientsOfBrokers();
+    if (brokenPipe.sa_handler != SIG_DFL)
+        sigaction(SIGPIPE, &brokenPipe, nullptr);
+    return result;
+}
+
+StatusCodes MQTTClientManager::createClientsOfBrokers()
+{
     for (ClientBroker& broker : m_clientBrokers) {
+        broker.m_Generation = m_clientBrokers.current();
         broker.PrepareCallers();
         const int result = broker.CreateMQTTClient();
         if (result != SC_AC_OK) {
@@ -185,7 +210,8 @@ void MQTTClientManager::clearCfgStructs()
 
 void MQTTClientManager::changeEntitiesState(ProcessStatus state)
 {
-    for (ClientBroker& broker : m_clientBrokers)
+    const auto brokers = m_clientBrokers.current();
+    for (ClientBroker& broker : *brokers)
         broker.m_State = state;
 }
 
@@ -197,29 +223,44 @@ void MQTTClientManager::UpdateProcessStatus(ProcessStatus state)
 
 int MQTTClientManager::getClientBrokerIdxbyUniqueID(int id) const
 {
-    return indexOfId(m_clientBrokers, id, [](const ClientBroker& broker) { return broker.UniqueID; });
+    return indexOfId(*m_clientBrokers.current(), id);
 }
 
 int MQTTClientManager::getPublisherbyIdxUniqueID(int id) const
 {
-    return indexOfId(m_publications, id, [](const Publisher& publisher) { return publisher.m_UniqueID; });
+    return indexOfId(*m_publications.current(), id);
 }
 
 int MQTTClientManager::getSubscriberbIdxyUniqueID(int id) const
 {
-    return indexOfId(m_subscriptions, id, [](const Subscriber& subscriber) { return subscriber.m_UniqueID; });
+    return indexOfId(*m_subscriptions.current(), id);
 }
 
 void MQTTClientManager::destoryMQTTClients()
 {
     const auto deadline = std::chrono::steady_clock::now() + ClientsPatience;
     std::this_thread::sleep_for(GraceForEnteringCallbacks);
-    for (ClientBroker& broker : m_clientBrokers) {
-        // While any broker connects, destroying would wait for it inside the library; that client is left to the end of
-        // the process. The line stands for both.
-        if (!ClientBroker::isAnyConnecting())
+    const auto brokers = m_clientBrokers.current();
+    for (ClientBroker& broker : *brokers) {
+        // A pause waits for every thread that uses the client. The end of the process can't: and while any broker
+        // connects, destroying would wait for it inside the library, so that client is left to what ends all of them.
+        // The line stands for each.
+        if (!ProcessEnding::hasBegun())
+            broker.DestroyMQTTClient();
+        else if (!ClientBroker::isAnyConnecting())
             broker.DestroyMQTTClient(deadline);
         PLOG_DEBUG << m_logIndent << QString("Destory MQTTClient of '%1'").arg(broker.Name);
+    }
+}
+
+void MQTTClientManager::destorSubscriptionsyBufferedMessages()
+{
+    const auto subscriptions = m_subscriptions.current();
+    for (Subscriber& subscription : *subscriptions) {
+        if (!subscription.m_BufferedFlag)
+            continue;
+        subscription.DestoryBufferedMessages();
+        PLOG_DEBUG << m_logIndent << QString("Subscriber '%1' released it messages").arg(subscription.m_Name);
     }
 }
 
@@ -228,10 +269,14 @@ void MQTTClientManager::Finalize()
     PLOG_DEBUG << QString("START (isInitDone? (%1))").arg(m_isInitDone);
     if (m_isInitDone) {
         ProcessEnding::begin();
+        disconnect(m_comInterface, nullptr, this, nullptr);
         changeEntitiesState(PS_PAUSED);
         m_scheduler->StopScheduler();
         m_scheduler->deleteLater(); // its own thread deletes it, or the process ends first
+        m_comInterface->Finalize();
+        m_comInterface->deleteLater(); // the process ends first: its thread doesn't return
         unregisterTags();
+        destorSubscriptionsyBufferedMessages();
         destoryMQTTClients();
     }
     PLOG_DEBUG << "END";

@@ -1,28 +1,30 @@
 #pragma once
 
-#include "Entities/clientbroker.h"
-#include "Entities/publisher.h"
-#include "Entities/subscriber.h"
+#include "Entities/entitylist.h"
+#include "Records/requestrecords.h"
 #include "Records/statuscodes.h"
 #include "tagmemory.h"
 
-#include <QList>
+#include <functional>
 #include <QObject>
 #include <QString>
 #include <QVector>
 
+class ComInterface;
 class MQTTManagerServices;
 class MQTTScheduler;
 class MQTTStatusLogManager;
 class MQTTXmlParser;
 class ProofRunner;
 
-// The centre of the process: owns all entities, reads the configuration, ties entities to their brokers and brings them
-// to life. A singleton, made on the main thread and never deleted.
-//   mqttclientmanager.cpp         lifecycle: construction, Initilize, parsing, clients, Finalize
-//   mqttclientmanager_runup.cpp   tag registration and run-up of the entities
-// Everything runs on the main thread, but Finalize: the clean-up thread calls it at the end of the process, beside a
-// main thread that may be anywhere, the run-up included.
+// The centre of the process: owns all entities, reads the configuration, ties entities to their brokers, brings them to
+// life and carries out the controller's requests. A singleton, made on the main thread and never deleted.
+//   mqttclientmanager.cpp              lifecycle: construction, Initilize, parsing, clients, Finalize
+//   mqttclientmanager_runup.cpp        tag registration and run-up of the entities
+//   mqttclientmanager_pausestart.cpp   pause and start
+//   mqttclientmanager_requests.cpp     the other requests
+// Everything runs on the main thread, but the request handlers, which the request thread calls, and Finalize: the
+// clean-up thread calls it at the end of the process, beside a main thread that may be anywhere, the run-up included.
 class MQTTClientManager : public QObject
 {
     Q_OBJECT
@@ -58,6 +60,27 @@ public:
     // Stores the process status and writes the general record.
     void UpdateProcessStatus(ProcessStatus state);
 
+    // The handlers of requests. Each writes SC_AC_IN_PROGRESS to the request's status tag first and its result, which
+    // is also what it returns, last. These two are the main thread's and hold it for as long as the brokers take.
+    StatusCodes HandlePauseMQTT(quint32 statusAddress);
+    StatusCodes HandleStartMQTT(quint32 statusAddress);
+    // The request thread's. Each blocks for as long as the broker takes: an attempt 15 s, a subscribe or unsubscribe
+    // 10 s, at most.
+    StatusCodes HandleConnectClientBroker(const MQTTRequestMsg* request);
+    StatusCodes HandleDisConnectClientBroker(const MQTTRequestMsg* request);
+    StatusCodes HandleSubscribeToTopic(const MQTTRequestMsg* request);
+    StatusCodes HandleUnSubscribeToTopic(const MQTTRequestMsg* request);
+    StatusCodes HandleSubscribeAll(const MQTTRequestMsg* request);
+    StatusCodes HandleUnSubscribeAll(const MQTTRequestMsg* request);
+    // Publishes an aperiodic publication after 600 ms.
+    StatusCodes HandleSendAPeriodic(const MQTTRequestMsg* request);
+    // Suspends or resumes a periodic publication.
+    StatusCodes HandleSetPublicationPublishState(const MQTTRequestMsg* request);
+
+    // Every subscription of the broker; SC_AC_ERROR_SUBSCRIPTION_FAILED when one of them failed. Any thread.
+    StatusCodes subscribeWithAllSubscriptions(int brokerID);
+    StatusCodes unsubscribeWithAllSubscriptions(int brokerID);
+
     // List index of the first entity with this unique ID; -1 when there is none.
     [[nodiscard]] int getClientBrokerIdxbyUniqueID(int id) const;
     [[nodiscard]] int getPublisherbyIdxUniqueID(int id) const;
@@ -71,7 +94,12 @@ public:
     StatusCodes createMQTTClients();
     void clearCfgStructs();
     void destoryMQTTClients();
+    void destorSubscriptionsyBufferedMessages();
     void changeEntitiesState(ProcessStatus state);
+    // Returns when no broker is in a connection attempt. There is no upper bound.
+    void waitForBusyBrokers();
+    // SC_AC_ERROR_BROKER_FAILED when one of them failed; the others are disconnected all the same.
+    StatusCodes disconnectWithAllBrokers();
 
     static MQTTClientManager* m_instance;
 
@@ -80,10 +108,11 @@ public:
     MQTTXmlParser* m_xmlParser;               // not owned
     MQTTStatusLogManager* m_statusLogManager; // not owned
     MQTTScheduler* m_scheduler;               // owned
-    QList<ClientBroker> m_clientBrokers;      // in file order
-    QList<Publisher> m_publications;          // in file order
-    QList<Subscriber> m_subscriptions;        // in file order
-    QVector<HdrOperandData_t> m_operands;     // the tags to register
+    ComInterface* m_comInterface = nullptr;   // owned
+    EntityList<ClientBroker> m_clientBrokers;
+    EntityList<Publisher> m_publications;
+    EntityList<Subscriber> m_subscriptions;
+    QVector<HdrOperandData_t> m_operands; // the tags to register
     bool m_verboseMode = false;
     bool m_isInitDone = false;
     QVector<unsigned int> m_regIDs;
@@ -91,8 +120,25 @@ public:
     QString m_logIndent;
     ProofRunner* m_proofRunner; // owned
 
+public slots:
+    void SlotStartMQTT(quint32 _statusAddress);
+    void SlotPauseMQTT(quint32 _statusAddress);
+
 private:
+    template<typename Entity, typename Work>
+    StatusCodes serve(const MQTTRequestMsg& request, const EntityList<Entity>& list, Work work);
+    [[nodiscard]] bool isPaused() const;
+    StatusCodes answer(unsigned int statusAddress, const std::function<StatusCodes()>& work);
+    StatusCodes pause();
+    StatusCodes start();
+    void bindBrokerRowsAnew();
+    StatusCodes sendNow(Publisher& publication);
+    StatusCodes setPublishState(const Publisher& publication, bool isEnabled);
+    template<typename Operation>
+    StatusCodes forSubscriptionsOf(int brokerID, Operation operation);
+    StatusCodes createClientsOfBrokers();
     void tieToBroker(MQTTCallerBase& caller);
+    void watchPublications();
     void collectOperands();
     void unregisterTags();
 };

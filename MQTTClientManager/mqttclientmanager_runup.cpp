@@ -1,5 +1,6 @@
 #include "mqttclientmanager.h"
 
+#include "Communication/cominterface.h"
 #include "devicepaths.h"
 #include "logging.h"
 #include "processending.h"
@@ -26,6 +27,8 @@ constexpr int BytesPerEntry = 1000;
 
 // How long the end of the process waits for a registration that is under way.
 constexpr auto RegistrationPatience = std::chrono::seconds(1);
+
+constexpr auto PublicationWatchPeriod = std::chrono::seconds(1);
 
 constexpr auto ClockCheckTimeout = std::chrono::seconds(30);
 
@@ -158,17 +161,20 @@ StatusCodes MQTTClientManager::ManageSubscriptions(bool subscribeAtBoot)
 {
     PLOG_DEBUG << "FIRED";
     StatusCodes result = SC_AC_OK;
+    QList<Subscriber*> bufferedSubscriptions;
     for (Subscriber& subscription : m_subscriptions) {
         if (ProcessEnding::hasBegun())
             break;
         if (subscribeAtBoot && subscription.m_SubscribeAtBootTime && subscription.Subscribe() != SSC_OK)
             result = SC_AC_ERROR_SUBSCRIPTION_FAILED;
-        if (subscription.m_BufferedFlag) {
-            PLOG_WARNING << QString(
-                                "subscription '%1' is buffered, which this version can't do: its messages are dropped")
-                                .arg(subscription.m_Name);
-        }
+        if (!subscription.m_BufferedFlag)
+            continue;
+        PLOG_DEBUG << m_logIndent
+                   << QString("'%1' with ID (%2) added to bufferdModeSubscriptionsList")
+                          .arg(subscription.m_Name, QString::number(subscription.m_UniqueID));
+        bufferedSubscriptions.append(&subscription);
     }
+    m_scheduler->SetBufferdModeSubscriptions(bufferedSubscriptions);
     return result;
 }
 
@@ -191,6 +197,20 @@ bool MQTTClientManager::ManagePeriodicPublications()
 void MQTTClientManager::StartListeningToRequestsAndScheduledActions()
 {
     m_scheduler->RunScheduler();
+    if (ProcessEnding::hasBegun())
+        return;
+    m_comInterface->startThread();
+    std::thread([this] { watchPublications(); }).detach();
+}
+
+void MQTTClientManager::watchPublications()
+{
+    while (!ProcessEnding::hasBegun()) {
+        std::this_thread::sleep_for(PublicationWatchPeriod);
+        const auto brokers = m_clientBrokers.current();
+        for (ClientBroker& broker : *brokers)
+            broker.endStalledPublication();
+    }
 }
 
 StatusCodes MQTTClientManager::CheckSystemTime()

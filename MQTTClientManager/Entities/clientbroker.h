@@ -1,6 +1,8 @@
 #pragma once
 
+#include "Entities/lostsubscriptions.h"
 #include "Entities/topicsieve.h"
+#include "Entities/turn.h"
 #include "processending.h"
 #include "Records/argtype.h"
 #include "Records/brokerrecords.h"
@@ -9,6 +11,7 @@
 
 #include <chrono>
 #include <jwt.h>
+#include <memory>
 #include <MQTTClient.h>
 #include <optional>
 #include <QByteArray>
@@ -19,7 +22,6 @@
 class MQTTCallerBase;
 class MQTTManagerServices;
 class MQTTStatusLogManager;
-class Turn;
 
 // Level of encryption, as the configuration numbers it. Numbers above behave as ENC_SSL_NO_SERVER_AUTH.
 enum EncryptionLevel : int
@@ -36,6 +38,7 @@ enum EncryptionLevel : int
 //   clientbroker.cpp              construction, records, sizes
 //   clientbroker_client.cpp       the client library's handle: creation, use, destruction
 //   clientbroker_connection.cpp   connecting
+//   clientbroker_reconnection.cpp the end of a connection, and what follows a loss
 //   clientbroker_callbacks.cpp    the client library's events
 //   clientbroker_publishing.cpp   handing over a publication
 //   clientbroker_token.cpp        the signed token that some brokers want in place of a password
@@ -47,25 +50,42 @@ class ClientBroker
 {
 public:
     ClientBroker();
+    // Waits for the reconnect loops and destroys a client that is left.
+    ~ClientBroker();
+    ClientBroker(const ClientBroker&) = default;
+    ClientBroker& operator=(const ClientBroker&) = default;
 
-    // Takes the topics of all callers into the sieve, once they are all there. Without it, or with callers that came
-    // later, every caller is asked for every message.
+    // Takes the topics of all callers into the sieve and makes room for SubDuringCLIdxList, once they are all there.
+    // Without it, or with callers that came later, every caller is asked for every message.
     void PrepareCallers();
 
     // Makes the client library's handle. The library's code is the result and stands in the status block.
     StatusCodes CreateMQTTClient();
 
     // Takes the handle away, waits until no thread uses it, and destroys it. When it is still in use at the deadline,
-    // it is left to the end of the process.
+    // it is left to the end of the process. A connection that a request made after the goodbye is closed first.
     void
     DestroyMQTTClient(std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::time_point::max());
 
     // One connection attempt; blocks for up to 15 s, longer while attempts of other brokers run. Any thread.
     CBrokerStatusCodes Connect();
 
+    // Unsubscribes all subscribers and says goodbye to the broker. Blocks for as long as the broker takes to answer,
+    // some 20 s at most. It doesn't end a reconnect loop. Any thread.
+    CBrokerStatusCodes DisConnect();
+
+    // The reconnect loop of one loss, by its number: an attempt each ConnectionInterval, until one succeeds, a newer
+    // loss has a loop of its own, or the service is paused or ends. Always CB_OK. On a thread of its own.
+    CBrokerStatusCodes TryReconnect(unsigned loss);
+
+    // The broker has kept the session: tells the subscribers that were subscribed at the loss, see the code for which.
+    void notifyOnCleanSessionConnection();
+
     // Asks the client library; m_Connected is only what this process last heard. Any thread.
     [[nodiscard]] bool IsConnected();
     [[nodiscard]] bool IsBusy() const;
+    // True while a reconnect loop lives, its last steps included.
+    [[nodiscard]] bool isReconnecting() const { return m_ReconnectLoops > 0; }
 
     // Hands a message to the client library and returns its code. Waits until the message before it is acknowledged;
     // once the broker has acknowledged nothing for 20 s the answer is MQTTCLIENT_MAX_MESSAGES_INFLIGHT at once, until
@@ -81,6 +101,10 @@ public:
     void GetIatExp(char* iat, char* exp, int size);
     // JWT_ALG_NONE for any name but "RS256" and "ES256".
     jwt_alg_t GetAlgorithmFromString(const char* name);
+
+    // Gives the connection up, as a lost one, when a publication has been inside the library for `patience`: a broker
+    // that stopped reading would hold that thread, and with it the publications of all brokers, for ever. Any thread.
+    void endStalledPublication(std::chrono::milliseconds patience = std::chrono::seconds(20));
 
     // Write the status block as it stands; true when tag memory took it. Any thread.
     bool UpdateClientBrokerStruct();
@@ -106,8 +130,10 @@ public:
     MQTTStatusLogManager* m_StatusLogManager; // not owned
     Ordered<MQTTClient> m_MQTTClient;         // null while there is none
     QList<MQTTCallerBase*> m_Callers;         // not owned; all subscriptions ahead of all publications
-    MQTTManagerServices* m_Services;          // not owned
-    Ordered<std::uint8_t> m_Connected;        // these three are the status block
+    LostSubscriptions SubDuringCLIdxList;
+    std::weak_ptr<const void> m_Generation; // what a loop that outlives a start has to keep alive
+    MQTTManagerServices* m_Services;        // not owned
+    Ordered<std::uint8_t> m_Connected;      // these three are the status block
     Relaxed<std::uint8_t> m_SessionPresent;
     Relaxed<std::int8_t> m_ReturnCode;
     int LastWillDataLen = NO_DATA_LEN;
@@ -140,7 +166,19 @@ public:
 private:
     friend class ClientUse;
     friend class SubscriptionRequest;
-    class BusyMark;
+
+    // IsBusy while one lives. No lock: of two threads the first to finish clears it.
+    class BusyMark
+    {
+    public:
+        explicit BusyMark(ClientBroker& broker) : m_broker(broker) { m_broker.m_Busy = true; }
+        ~BusyMark() { m_broker.m_Busy = false; }
+        BusyMark(const BusyMark&) = delete;
+        BusyMark& operator=(const BusyMark&) = delete;
+
+    private:
+        ClientBroker& m_broker;
+    };
 
     // How an attempt ended, and the losses that had been counted before it.
     struct Attempt
@@ -152,12 +190,23 @@ private:
     [[nodiscard]] BrokerStatusBlock statusBlock() const;
     Attempt attemptConnection(MQTTClient_connectOptions& options);
     CBrokerStatusCodes connectInLibrary(MQTTClient client, MQTTClient_connectOptions& options, unsigned losses);
+    void noteConnection(MQTTClient client, bool isSessionPresent, unsigned losses);
     void adoptMessagesInFlight(MQTTClient client);
+    CBrokerStatusCodes disconnectCallersAndClient();
+    void closeLateConnection(MQTTClient client);
+    // False when it is still in use at the deadline.
+    bool waitUntilUnused(std::chrono::steady_clock::time_point deadline) const;
+    int disconnectInLibrary(MQTTClient client, int timeoutMilliseconds);
+    void startReconnecting(unsigned loss);
+    [[nodiscard]] bool mayReconnect(unsigned loss) const;
+    void sleepInterval(unsigned loss) const;
     int publishInLibrary(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService,
                          bool retained, MQTTClient_deliveryToken& token);
     [[nodiscard]] std::chrono::milliseconds messagePatience() const;
     [[nodiscard]] bool mayRequestCloseSession() const;
     bool takeMessage(std::optional<Turn>& turn);
+    void waitForSessionNotice();
+    void tellSubscribersOfLoss();
     // After a call that may have closed the session, while message callbacks keep away.
     void noteSessionEnd(MQTTClient client);
     void offerMessage(char* topicName, MQTTClient_message* message);
@@ -170,18 +219,23 @@ private:
     Ordered<int> m_ClientUsers; // threads that hold the handle for a call, callbacks included
     // Turns: one attempt at a time; one publication at a time, its wait included; one subscribe or unsubscribe request
     // at a time; and one of publication, attempt and message callback at a time, since the first two may free the
-    // message that the third is looking at. A request takes the last one only to let a callback end.
+    // message that the third is looking at.
     Ordered<bool> m_Connecting;
     Ordered<bool> m_Publishing;
     Ordered<bool> m_Requesting;
     Ordered<bool> m_MessagesInUse;
-    Ordered<bool> m_IsSessionClosed;              // the messages of a clean session are gone with it
-    Ordered<qint64> m_RequestBegin;               // of the request that lives: steady clock, ms; 0 without one
+    Ordered<bool> m_InMessage;           // while a callback looks at a message that a request or a disconnect may free
+    Ordered<bool> m_IsDisconnecting;     // message callbacks keep away
+    Ordered<bool> m_IsSessionNoticeLate; // a callback has waited for this attempt's end in vain
+    Ordered<int> m_ReconnectLoops;       // threads in TryReconnect
+    Ordered<bool> m_IsSessionClosed;     // the messages of a clean session are gone with it
+    Ordered<qint64> m_RequestBegin;      // of the request that lives: steady clock, ms; 0 without one
     Ordered<const MQTTCallerBase*> m_Subscribing; // who is being subscribed
     Ordered<bool> m_InConnect;                    // while the library makes an attempt
     Ordered<unsigned> m_Losses;                   // lost connections, ever
     Ordered<unsigned> m_Deliveries;               // acknowledged messages, ever
     Ordered<int> m_InFlight;                      // messages that wait for their acknowledgement
+    Ordered<qint64> m_PublishBegin; // of the publication that is inside the library: steady clock, ms; 0 without one
     Relaxed<qint64> m_WaitingSince; // steady clock, ms: when the wait for an acknowledgement began or last got on
 };
 

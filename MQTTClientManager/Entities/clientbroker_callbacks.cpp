@@ -56,13 +56,8 @@ void ClientBroker::CallbackConnectionLost(char* /*cause*/)
         return;
     PLOG_INFO << QString("ClientBroker '%1' lost is connection").arg(Name);
     // Counted first: a connection attempt that is just ending must not store "connected" over this loss.
-    m_Losses.increment();
-    for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
-        if (caller->m_CallerType == CT_SUBSCRIBER) {
-            caller->ConnectionLost();
-            caller->UpdateCfgStruct();
-        }
-    }
+    const unsigned loss = m_Losses.increment();
+    tellSubscribersOfLoss();
     m_Connected = 0;
     m_SessionPresent = 0;
     m_ReturnCode = static_cast<std::int8_t>(CB_CONNECTION_LOST);
@@ -71,6 +66,24 @@ void ClientBroker::CallbackConnectionLost(char* /*cause*/)
         if (caller->m_CallerType == CT_SUBSCRIBER)
             m_StatusLogManager->UpdateDroppedSubscriptions();
     }
+    // Not here: the library's other threads wait for this one, and after 5 s it takes what this one stands on.
+    startReconnecting(loss);
+}
+
+void ClientBroker::tellSubscribersOfLoss()
+{
+    for (int i = 0; i < m_Callers.size(); ++i) {
+        MQTTCallerBase* caller = m_Callers.at(i);
+        if (caller->m_CallerType != CT_SUBSCRIBER)
+            continue;
+        if (caller->IsSubscribed()) { // asked first: being told of the loss changes the answer
+            PLOG_DEBUG
+                << QString("Added caller %1' idx (%2) to SubDuringCLIdxList").arg(caller->m_Name, QString::number(i));
+            SubDuringCLIdxList.append(i);
+        }
+        caller->ConnectionLost();
+        caller->UpdateCfgStruct();
+    }
 }
 
 int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTTClient_message* message)
@@ -78,12 +91,15 @@ int ClientBroker::CallbackMessageArrived(char* topicName, int /*topicLen*/, MQTT
     const ClientUse client(*this);
     stayWhileProcessEnds();
     std::optional<Turn> turn;
-    if (CleanSessionFlag && !takeMessage(turn))
+    if (!CleanSessionFlag)
+        waitForSessionNotice();
+    else if (!takeMessage(turn))
         return 0; // nothing was touched: the message is gone with its session, or the library keeps it for now
     stayWhileProcessEnds();
     offerMessage(topicName, message);
     MQTTClient_freeMessage(&message);
     MQTTClient_free(topicName);
+    m_InMessage = false;
     return 1; // consumed: never to be delivered again
 }
 
@@ -93,12 +109,30 @@ bool ClientBroker::takeMessage(std::optional<Turn>& turn)
 {
     while (true) {
         turn.emplace(m_MessagesInUse, MessagePause, messagePatience());
-        if (!turn->isMine() || m_IsSessionClosed)
+        if (!turn->isMine())
             return false;
-        if (!mayRequestCloseSession())
+        // First noted, then the look at the flags of others: a disconnect and a request do it the other way round.
+        m_InMessage = true;
+        if (!m_IsDisconnecting && !m_IsSessionClosed && !mayRequestCloseSession())
             return true;
+        m_InMessage = false;
+        if (m_IsDisconnecting || m_IsSessionClosed)
+            return false;
         turn.reset(); // the request waits for it
         stayWhileProcessEnds();
+        std::this_thread::sleep_for(MessagePause);
+    }
+}
+
+// What a broker has kept for the session follows its answer at once, and the connecting thread may not have told the
+// subscribers yet that they are subscribed. It is waited for once an attempt: a broker that sends before it answers
+// must not hold up all others for long.
+void ClientBroker::waitForSessionNotice()
+{
+    const auto deadline = std::chrono::steady_clock::now() + MessagePatience;
+    while (m_InConnect && !m_IsSessionNoticeLate) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            m_IsSessionNoticeLate = true;
         std::this_thread::sleep_for(MessagePause);
     }
 }
@@ -146,6 +180,7 @@ void ClientBroker::offerMessage(char* topicName, MQTTClient_message* message)
 
 void ClientBroker::PrepareCallers()
 {
+    SubDuringCLIdxList.prepare(m_Callers.size());
     m_Sieve = {};
     for (const MQTTCallerBase* caller : qAsConst(m_Callers)) {
         if (caller->m_CallerType == CT_SUBSCRIBER)

@@ -5,6 +5,13 @@
 
 #include <thread>
 
+namespace {
+
+// For a callback of the last moment that isn't counted as a use yet.
+constexpr auto GraceForEnteringCallbacks = std::chrono::milliseconds(10);
+
+} // namespace
+
 StatusCodes ClientBroker::CreateMQTTClient()
 {
     const QString scheme = Encryption == ENC_NONE ? "tcp" : "ssl";
@@ -27,12 +34,25 @@ StatusCodes ClientBroker::CreateMQTTClient()
 void ClientBroker::DestroyMQTTClient(std::chrono::steady_clock::time_point deadline)
 {
     MQTTClient client = m_MQTTClient.exchange(nullptr);
-    while (m_ClientUsers > 0) {
-        if (std::chrono::steady_clock::now() >= deadline)
-            return;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    if (!waitUntilUnused(deadline))
+        return;
+    // At the end of the process nobody says goodbye: the broker is to publish the will.
+    if (!ProcessEnding::hasBegun() && MQTTClient_isConnected(client)) {
+        closeLateConnection(client);
+        std::this_thread::sleep_for(GraceForEnteringCallbacks);
+        waitUntilUnused(std::chrono::steady_clock::time_point::max());
     }
     MQTTClient_destroy(&client);
+}
+
+bool ClientBroker::waitUntilUnused(std::chrono::steady_clock::time_point deadline) const
+{
+    while (m_ClientUsers > 0) {
+        if (std::chrono::steady_clock::now() >= deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
 }
 
 bool ClientBroker::IsConnected()

@@ -1,6 +1,7 @@
 #include "Entities/clientbroker.h"
 
 #include "Entities/connectionrecords.h"
+#include "Entities/mqttcallerbase.h"
 #include "Entities/turn.h"
 #include "logging.h"
 #include "Services/mqttmanagerservices.h"
@@ -10,18 +11,6 @@ namespace {
 std::atomic<int> attemptsInLibrary{0};
 
 } // namespace
-
-class ClientBroker::BusyMark
-{
-public:
-    explicit BusyMark(ClientBroker& broker) : m_broker(broker) { m_broker.m_Busy = true; }
-    ~BusyMark() { m_broker.m_Busy = false; }
-    BusyMark(const BusyMark&) = delete;
-    BusyMark& operator=(const BusyMark&) = delete;
-
-private:
-    ClientBroker& m_broker;
-};
 
 CBrokerStatusCodes ClientBroker::Connect()
 {
@@ -65,27 +54,38 @@ CBrokerStatusCodes ClientBroker::connectInLibrary(MQTTClient client, MQTTClient_
                                                   unsigned losses)
 {
     const Turn turn(m_MessagesInUse, std::chrono::milliseconds(1));
+    m_IsSessionNoticeLate = false;
     m_InConnect = true;
     attemptsInLibrary.fetch_add(1);
     // Looked at after the count: once the end has begun and the count is 0, no attempt enters the library any more.
     const int connected = ProcessEnding::hasBegun() ? int{CB_CONNECT_REFUSED} : MQTTClient_connect(client, &options);
     attemptsInLibrary.fetch_sub(1);
-    m_InConnect = false;
-    if (connected != MQTTCLIENT_SUCCESS) {
+    if (connected == MQTTCLIENT_SUCCESS)
+        noteConnection(client, options.returned.sessionPresent == 1, losses);
+    else
         m_Connected = 0;
-        return static_cast<CBrokerStatusCodes>(connected);
-    }
+    m_InConnect = false;
+    return static_cast<CBrokerStatusCodes>(connected);
+}
 
+void ClientBroker::noteConnection(MQTTClient client, bool isSessionPresent, unsigned losses)
+{
     m_IsSessionClosed = false;
     adoptMessagesInFlight(client);
     m_Connected = 1;
-    if (options.returned.sessionPresent == 1)
+    if (isSessionPresent) {
         m_SessionPresent = 1;
-    if (m_Losses != losses) {
-        m_Connected = 0;
-        m_SessionPresent = 0;
+        notifyOnCleanSessionConnection();
     }
-    return CB_OK;
+    if (m_Losses == losses)
+        return;
+    // Lost again, and noted on another thread before this one got here.
+    m_Connected = 0;
+    m_SessionPresent = 0;
+    for (MQTTCallerBase* caller : qAsConst(m_Callers)) {
+        if (caller->m_CallerType == CT_SUBSCRIBER)
+            caller->ConnectionLost();
+    }
 }
 
 bool ClientBroker::isAnyConnecting()

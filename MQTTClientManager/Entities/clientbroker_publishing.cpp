@@ -2,6 +2,7 @@
 
 #include "Entities/steadyclock.h"
 #include "Entities/turn.h"
+#include "logging.h"
 
 #include <thread>
 
@@ -10,6 +11,7 @@ namespace {
 // Without an acknowledgement for this long, the broker counts as one that never acknowledges.
 constexpr std::chrono::milliseconds AcknowledgementPatience(20'000);
 constexpr std::chrono::microseconds AcknowledgementPoll(50);
+constexpr std::chrono::milliseconds GraceBehindLock(400);
 
 int pendingMessages(MQTTClient client)
 {
@@ -54,12 +56,34 @@ int ClientBroker::publishInLibrary(const QByteArray& topic, const void* payload,
     if (!client.handle())
         return PSC_ERROR_NOT_PUBLISHED;
     const Turn turn(m_MessagesInUse, AcknowledgementPoll);
+    m_PublishBegin = steadyMilliseconds();
     const int result = MQTTClient_publish(client.handle(), topic.constData(), payloadLength, payload, qualityOfService,
                                           retained, &token);
+    m_PublishBegin = 0;
     // Above quality of service 0 the library keeps the message when the connection breaks, and says nothing.
     if (result != MQTTCLIENT_SUCCESS || qualityOfService > 0)
         noteSessionEnd(client.handle());
     return result;
+}
+
+void ClientBroker::endStalledPublication(std::chrono::milliseconds patience)
+{
+    const qint64 begin = m_PublishBegin;
+    if (begin == 0 || steadyMilliseconds() - begin < patience.count())
+        return;
+    // No attempt may come between the end of the connection and the note of its loss.
+    const Turn turn(m_Connecting, std::chrono::milliseconds(10));
+    const ClientUse client(*this);
+    // A name look-up for another broker holds the library's lock, and publications wait for it as well. So does this
+    // call; a publication that was held up by nothing else then gets on.
+    MQTTClient_isConnected(client.handle());
+    std::this_thread::sleep_for(GraceBehindLock);
+    if (m_PublishBegin != begin)
+        return;
+    PLOG_WARNING << QString("broker '%1' takes no more data: its connection is given up").arg(Name);
+    // A connection that ends this way is no loss to the library; one that was lost already has been noted.
+    if (disconnectInLibrary(client.handle(), 0) == MQTTCLIENT_SUCCESS)
+        CallbackConnectionLost(nullptr);
 }
 
 bool ClientBroker::waitForAcknowledgements()

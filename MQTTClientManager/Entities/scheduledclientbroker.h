@@ -10,7 +10,10 @@ class ScheduledClientBroker : public QObject
     Q_OBJECT
 
 public:
-    ClientBroker* m_ClientBroker = nullptr; // not owned
+    void setBroker(ClientBroker* broker);
+
+    ClientBroker* m_ClientBroker = nullptr; // not owned; gone after a pause, until the scheduler binds it anew
+    int m_UniqueID = 0;                     // of the broker, for when m_ClientBroker must not be followed
     int m_Idx = -1;                         // its row; -1 when it never ran
 
 signals:

@@ -1,19 +1,29 @@
 #pragma once
 
+#include "Entities/bufferedmessages.h"
 #include "Entities/mqttcallerbase.h"
 #include "Entities/topicfilter.h"
+#include "Entities/turn.h"
 #include "Records/statuscodes.h"
 #include "Records/subscriptionrecords.h"
 #include "Services/tagspace.h"
 #include "Utils/sharedscalar.h"
 #include "Utils/sharedtext.h"
 
+// What m_BufferedDataStatus tells the control application.
+enum BufferedDataStatus : std::uint8_t
+{
+    BDS_NONE = 0,
+    BDS_HANDING_OVER = 1, // the tag is being written
+    BDS_WAITING = 2       // messages wait in the queue
+};
+
 // One configured subscription: a topic filter on one broker, and the tag that its messages fill.
 //   subscriber.cpp           subscribing, what becomes of the connection, the records
-//   subscriber_arrival.cpp   a message on its way into the tag
+//   subscriber_arrival.cpp   a message on its way into the tag, or into the queue of a buffered subscription
 // Subscribing belongs to the main or the request thread, arrivals to the client library's receive thread, lost
-// connections to a thread of theirs. The status fields are each written as a whole, and the last write of the record
-// carries what all of them hold.
+// connections to a thread of theirs. Buffered messages are handed over by the main thread. The status fields are each
+// written as a whole, and the last write of the record carries what all of them hold.
 class Subscriber : public MQTTCallerBase
 {
 public:
@@ -47,6 +57,18 @@ public:
     // than 16 MiB; the record then says so.
     bool assembleBufferFromJsonString(TagSpace buffer, void* payload, int payloadLen);
 
+    // The hand-over of buffered messages. Whoever takes messages from the queue needs the turn, which never waits: the
+    // clean-up thread throws them away beside a main thread that may be handing one over.
+    [[nodiscard]] Turn TakeBufferedMessages();
+    // Throws away what is in the queue, and leaves the record as it is. Does nothing while a message is being handed
+    // over: at the end of the process the memory goes with the process.
+    void DestoryBufferedMessages();
+    // Takes the received bit over from tag memory, where the control application clears it, and returns it.
+    std::uint8_t RefreshReceivedBit();
+    // Write one byte of the status record. The received bit becomes 1 in tag memory only.
+    void ShowBufferedDataStatus(BufferedDataStatus status);
+    void ShowReceivedBit();
+
     // Writes the 516-byte configuration record; true when tag memory took it.
     bool UpdateSubscriberConfigurationStruct(unsigned int address);
 
@@ -62,6 +84,7 @@ public:
         SharedText<256> m_LastMessageTopic;
     };
 
+    BufferedMessages m_BufferedMessages;
     StatusFields m_Status;
     unsigned int m_SubAddr = 0; // position of the status record in tag memory, used as it is
     bool m_BufferedFlag = false;
@@ -75,7 +98,11 @@ private:
     [[nodiscard]] SubscriberStatusStruct statusRecord() const;
     bool isTopicMine(const char* topic);
     void noteArrival(const char* topicName);
+    void bufferMessage(const char* topicName, int topicLen, const MQTTClient_message& message);
+    [[nodiscard]] bool appendCopy(const char* topicName, int topicLen, const MQTTClient_message& message);
+    void noteFullQueue();
     void noteInvalidJson(const QString& text, const QString& error);
 
-    TopicFilter m_Filter; // m_Topic as messages are compared with it; see PrepareTopic
+    Ordered<bool> m_BufferedMessagesInUse; // the turn of who takes messages
+    TopicFilter m_Filter;                  // m_Topic as messages are compared with it; see PrepareTopic
 };

@@ -4,6 +4,7 @@
 #include "logging.h"
 #include "Services/mqttmanagerservices.h"
 #include "Services/mqttStatusLogManager.h"
+#include "tagmemory.h"
 #include "Utils/jsontext.h"
 
 #include <algorithm>
@@ -12,8 +13,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QVarLengthArray>
+#include <utility>
 
-// All of this runs inside the client library's message callback: one thread of the library serves all brokers.
+// What happens to a message when it arrives runs inside the client library's message callback: one thread of the
+// library serves all brokers. Buffered messages reach their tag on the main thread, later.
 
 namespace {
 
@@ -24,15 +27,17 @@ constexpr int MaximalJsonBytes = 16 * 1024 * 1024;
 
 } // namespace
 
-bool Subscriber::MessageArrived(char* topicName, int /*topicLen*/, MQTTClient_message* message)
+bool Subscriber::MessageArrived(char* topicName, int topicLen, MQTTClient_message* message)
 {
     if (!isTopicMine(topicName))
         return false;
     m_Status.m_Subscribed = 1; // receiving proves the subscription
-    if (m_BufferedFlag)
+    if (m_BufferedFlag) {
+        bufferMessage(topicName, topicLen, *message);
         return true;
+    }
     m_Status.m_ReceivedBit = 1;
-    m_Status.m_BufferedDataStatus = 0;
+    m_Status.m_BufferedDataStatus = BDS_NONE;
     noteArrival(topicName);
     // Intended: the record tells of the message a moment ahead of its data.
     UpdateCfgStruct();
@@ -70,6 +75,82 @@ void Subscriber::noteArrival(const char* topicName)
         PLOG_WARNING
             << QString("subscription '%1': the topic of its last message is cut in its status record").arg(m_Name);
     }
+}
+
+void Subscriber::bufferMessage(const char* topicName, int topicLen, const MQTTClient_message& message)
+{
+    // Intended: a message that finds the queue full is lost without a line or a count.
+    if (m_BufferedMessages.countWhenAppending() < BUFFERED_QUEUE_CAPACITY && appendCopy(topicName, topicLen, message)) {
+        m_Status.m_ReceivedBit = 1;
+        m_Status.m_BufferedDataStatus = BDS_WAITING;
+        noteArrival(topicName);
+        m_StatusLogManager->UpdateReceivedSubscriptions();
+        noteFullQueue();
+    }
+    UpdateCfgStruct();
+}
+
+bool Subscriber::appendCopy(const char* topicName, int topicLen, const MQTTClient_message& message)
+{
+    if (!m_BufferedMessages.hasBytesFor(message.payloadlen)) {
+        PLOG_WARNING << QString("subscription '%1': a message of %2 bytes is dropped, its queue may hold %3 in sum")
+                            .arg(m_Name, QString::number(message.payloadlen), QString::number(BUFFERED_QUEUE_BYTES));
+        return false;
+    }
+    auto copy = MQTTMessage::copyOf(topicName, topicLen, message.payload, message.payloadlen);
+    m_Services->PrintMQTTMessageDebug(copy.get());
+    if (!copy || !m_BufferedMessages.append(std::move(copy))) {
+        PLOG_ERROR << QString("subscription '%1': a message of %2 bytes is dropped for want of memory")
+                          .arg(m_Name, QString::number(message.payloadlen));
+        return false;
+    }
+    return true;
+}
+
+void Subscriber::noteFullQueue()
+{
+    const int count = m_BufferedMessages.countWhenAppending();
+    if (count != BUFFERED_QUEUE_CAPACITY)
+        return;
+    PLOG_DEBUG << QString("Buffered message queue is full (%1) for '%2'").arg(QString::number(count), m_Name);
+    m_Status.m_QueueFull = 1;
+}
+
+Turn Subscriber::TakeBufferedMessages()
+{
+    using namespace std::chrono_literals;
+    return {m_BufferedMessagesInUse, 0us, 0ms};
+}
+
+void Subscriber::DestoryBufferedMessages()
+{
+    const Turn turn = TakeBufferedMessages();
+    if (!turn.isMine())
+        return;
+    for (int count = m_BufferedMessages.count(); count > 0; --count)
+        m_BufferedMessages.takeFirst().reset();
+}
+
+std::uint8_t Subscriber::RefreshReceivedBit()
+{
+    std::uint8_t bit = m_Status.m_ReceivedBit; // stays when tag memory can't be read
+    TagMemory::Read(sizeof bit, m_SubAddr + offsetof(SubscriberStatusStruct, m_ReceivedBit), &bit);
+    m_Status.m_ReceivedBit = bit;
+    return bit;
+}
+
+void Subscriber::ShowBufferedDataStatus(BufferedDataStatus status)
+{
+    m_Status.m_BufferedDataStatus = status;
+    const std::uint8_t byte = status;
+    TagMemory::Write(sizeof byte, m_SubAddr + offsetof(SubscriberStatusStruct, m_BufferedDataStatus), &byte);
+}
+
+void Subscriber::ShowReceivedBit()
+{
+    // Intended: m_ReceivedBit doesn't follow; the next check takes it over from tag memory.
+    const std::uint8_t byte = 1;
+    TagMemory::Write(sizeof byte, m_SubAddr + offsetof(SubscriberStatusStruct, m_ReceivedBit), &byte);
 }
 
 bool Subscriber::SetDataInSubscription(void* payload, int payloadLen)

@@ -2,6 +2,8 @@
 
 #include "Entities/steadyclock.h"
 
+#include <thread>
+
 namespace {
 
 constexpr std::chrono::microseconds CallbackPause(50);
@@ -44,10 +46,13 @@ int SubscriptionRequest::unsubscribe(const char* topic)
 
 void SubscriptionRequest::letLastCallbackEnd()
 {
+    // Begins anew ahead of each look: whoever enters after the last look finds the request young and keeps away.
+    // Nothing here waits for a publication, which may be stuck in the library.
     m_broker.m_RequestBegin = steadyMilliseconds();
-    // From here on no callback begins to look at a message; this waits until the last one has ended.
-    const Turn lastCallback(m_broker.m_MessagesInUse, CallbackPause);
-    m_broker.m_RequestBegin = steadyMilliseconds();
+    while (m_broker.m_InMessage) {
+        std::this_thread::sleep_for(CallbackPause);
+        m_broker.m_RequestBegin = steadyMilliseconds();
+    }
 }
 
 bool SubscriptionRequest::isConnectionLost() const

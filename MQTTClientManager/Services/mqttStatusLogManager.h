@@ -38,7 +38,7 @@ public:
     // The fields of the general record; callers set them and then call UpdateMQTTGeneralStruct.
     struct GeneralFields
     {
-        Relaxed<std::int32_t> m_ProcessStatus;
+        Ordered<std::int32_t> m_ProcessStatus; // who finds the process not paused finds its entities complete
         Relaxed<std::uint16_t> m_BrokersNumber;
         Relaxed<std::uint16_t> m_PublicationsNumber;
         Relaxed<std::uint16_t> m_SubscriptionsNumber;

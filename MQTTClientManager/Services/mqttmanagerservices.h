@@ -11,6 +11,7 @@
 #include <QStringList>
 
 class QJsonObject;
+struct MQTTMessage;
 
 // Columns of the conversion tables: one for each ArgType.
 inline constexpr int ARG_TYPES = 13;
@@ -24,6 +25,7 @@ inline constexpr int ARG_TYPES = 13;
 //   mqttmanagerservices_objecttotag.cpp    a value of a JSON object, to tag bytes
 //   mqttmanagerservices_tagmemory.cpp      writing to tag memory
 //   mqttmanagerservices_identity.cpp       name, serial number, MAC text, topic variables, link state
+//   mqttmanagerservices_dumps.cpp          debug dumps of records and messages
 // The identity belongs to the thread that parses the configuration; all else may be used from any thread.
 class MQTTManagerServices
 {
@@ -82,6 +84,9 @@ public:
 
     // True if one of the Ethernet ports has a link. Any thread.
     [[nodiscard]] bool CheckEthPortLinkState() const;
+
+    // One line on Qt's debug output, in verbose mode only. Long texts and binary data are cut; null prints nothing.
+    void PrintMQTTMessageDebug(MQTTMessage* message);
 
     static MQTTManagerServices* m_instance;
 

@@ -40,16 +40,44 @@ void MQTTScheduler::SetPeriodicConnectAttempt(QList<ClientBroker*>& brokers)
 {
     const int rows = fittingRows(brokers, MAX_SCHEDULED_CLIENT_BROKERS, "broker",
                                  [](const ClientBroker& broker) { return broker.Name; });
-    for (int row = 0; row < rows; ++row) {
-        m_ScheduledClientBrokers[row].m_ClientBroker = brokers.at(row);
-        connect(&m_ScheduledClientBrokers[row], &ScheduledClientBroker::SignalStopPeriodicConnectAttempt, this,
-                &MQTTScheduler::SlotStopPeriodicConnectAttempt, Qt::UniqueConnection);
+    for (int row = 0; row < rows; ++row)
+        setBrokerRow(row, brokers.at(row));
+    m_ScheduledClientBrokersCounter = rows;
+}
+
+void MQTTScheduler::setBrokerRow(int row, ClientBroker* broker)
+{
+    m_ScheduledClientBrokers[row].setBroker(broker);
+    connect(&m_ScheduledClientBrokers[row], &ScheduledClientBroker::SignalStopPeriodicConnectAttempt, this,
+            &MQTTScheduler::SlotStopPeriodicConnectAttempt, Qt::UniqueConnection);
+}
+
+void MQTTScheduler::BindBrokersAnew(QList<ClientBroker*>& brokers)
+{
+    int rows = 0;
+    for (int row = 0; row < m_ScheduledClientBrokersCounter; ++row) {
+        const int id = m_ScheduledClientBrokers[row].m_UniqueID;
+        const auto found = std::find_if(brokers.constBegin(), brokers.constEnd(),
+                                        [id](const ClientBroker* broker) { return broker->UniqueID == id; });
+        if (found != brokers.constEnd() && (*found)->ConnectionInterval != 0)
+            setBrokerRow(rows++, *found);
     }
     m_ScheduledClientBrokersCounter = rows;
 }
 
+void MQTTScheduler::SetBufferdModeSubscriptions(QList<Subscriber*>& subscriptions)
+{
+    m_BufferedManager.m_Subscribers.append(subscriptions);
+    m_BufferedManager.m_SubscribersCount = m_BufferedManager.m_Subscribers.size();
+}
+
 void MQTTScheduler::RunScheduler()
 {
+    if (!m_BufferedManager.m_Subscribers.isEmpty()) {
+        connect(&m_BufferedTimer, &QTimer::timeout, &m_BufferedManager,
+                &ScheduledBufferedSubscriptionsManager::ScheduledBufferedSubscriptionsCheck, Qt::UniqueConnection);
+        m_BufferedTimer.start(BUFFERED_CHECK_PERIOD_MS);
+    }
     std::this_thread::sleep_for(SettlingTime);
     if (ProcessEnding::hasBegun())
         return;
@@ -102,6 +130,13 @@ void MQTTScheduler::StopScheduler()
 
 void MQTTScheduler::stopTimers()
 {
+    if (!m_BufferedManager.m_Subscribers.isEmpty()) {
+        disconnect(&m_BufferedTimer, &QTimer::timeout, &m_BufferedManager,
+                   &ScheduledBufferedSubscriptionsManager::ScheduledBufferedSubscriptionsCheck);
+        m_BufferedTimer.stop();
+    }
+    m_BufferedManager.m_Subscribers.clear();
+    m_BufferedManager.m_SubscribersCount = 0;
     for (int row = 0; row < m_ScheduledPublishersCounter; ++row) {
         disconnect(&m_PublisherTimers[row], &QTimer::timeout, &m_ScheduledPublishers[row],
                    &ScheduledPublisher::ScheduledPublish);

@@ -130,6 +130,8 @@ int MQTTClient_create(MQTTClient* handle, const char* serverURI, const char* cli
         {serverURI, clientId, persistence_type, textOf(static_cast<const char*>(persistence_context))});
     clients.emplace_back();
     *handle = &clients.back();
+    if (state().duringCreate)
+        state().duringCreate();
     return nextResult(state().createResults);
 }
 
@@ -194,9 +196,29 @@ int MQTTClient_connect(MQTTClient handle, MQTTClient_connectOptions* options)
     return result;
 }
 
+int MQTTClient_disconnect(MQTTClient handle, int timeout)
+{
+    std::function<void(MQTTClient)> duringDisconnect;
+    int result = 0;
+    {
+        const Lock lock(bookkeeping);
+        state().calls.emplace_back("disconnect");
+        state().disconnectTimeouts.push_back(timeout);
+        result = nextResult(state().disconnectResults);
+        if (result == 0)
+            clientOf(handle).connected = false;
+        duringDisconnect = state().duringDisconnect;
+    }
+    if (duringDisconnect)
+        duringDisconnect(handle);
+    return result;
+}
+
 int MQTTClient_isConnected(MQTTClient handle)
 {
     const Lock lock(bookkeeping);
+    if (state().duringIsConnected)
+        state().duringIsConnected();
     return handle && clientOf(handle).connected;
 }
 

@@ -66,13 +66,18 @@ struct State
     std::vector<int> connectResults;
     int setCallbacksResult = 0;
     int publishResult = 0;
-    int subscribeResult = 0; // of unsubscribes as well
+    int subscribeResult = 0;             // of unsubscribes as well
+    std::vector<int> disconnectResults;  // of the coming calls, first to last; then 0
+    std::vector<int> disconnectTimeouts; // ms, of the calls
     int sessionPresent = 0;
     std::vector<int> pendingTokens; // of messages that a kept session still holds
     bool connectsReally = true;     // isConnected is 1 after a successful connect
+    std::function<void()> duringCreate;
     std::function<void()> duringConnect;
     std::function<void(MQTTClient handle, int token)> duringPublish; // after the token is given out
     std::function<void(MQTTClient handle)> duringSubscribe;          // and during an unsubscribe
+    std::function<void(MQTTClient handle)> duringDisconnect;
+    std::function<void()> duringIsConnected;
     int freedMessages = 0;
     int freedTopics = 0; // and other memory of the library's
 };

@@ -428,14 +428,6 @@ def test_addresses_outside_tag_memory_harm_nobody(device, scripted):
     assert device.statistics().received == 4
 
 
-def test_buffered_subscription_is_named_at_the_start(device, scripted):
-    scripted()
-    device.configure(subscriptions=[subscription(1, Name="batch", IsBuffered=1), subscription(2, IsBuffered="true")])
-    device.run()
-    assert [message for message in csvlog.messages("WARN") if "'batch'" in message]
-    assert not any("subscription2" in message for message in csvlog.messages("WARN"))
-
-
 def test_three_hundred_subscriptions_are_served(device, mosquitto, send):
     partner = mosquitto()
     identifiers = range(1, 301)

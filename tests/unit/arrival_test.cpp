@@ -111,13 +111,6 @@ TEST_F(Arrival, provesTheSubscription)
     EXPECT_EQ(record().m_Subscribed, 1);
 }
 
-TEST_F(Arrival, ofABufferedSubscriptionLeavesRecordAndTagAlone)
-{
-    subscriber.m_BufferedFlag = true;
-    EXPECT_EQ(arrive("line/set", "abcd"), 1);
-    EXPECT_TRUE(FakeTagMemory::state().writes.empty());
-}
-
 struct TopicCase
 {
     std::string received;

@@ -118,9 +118,8 @@ TEST_F(BrokerTest, noWillTypeHasNoSize)
     EXPECT_EQ(broker.LastWillDataSize, -1);
 }
 
-TEST_F(BrokerTest, destroyingTakesTheHandleAndDoesNotDisconnect)
+TEST_F(BrokerTest, destroyingTakesTheHandleOnce)
 {
-    connectBroker();
     broker.DestroyMQTTClient();
     EXPECT_THAT(FakeMqttClient::state().calls, ElementsAre("destroy"));
     EXPECT_EQ(broker.m_MQTTClient, nullptr);

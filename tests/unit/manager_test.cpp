@@ -1,3 +1,4 @@
+#include "Communication/cominterface.h"
 #include "mqttclientmanager.h"
 #include "Services/mqttmanagerservices.h"
 #include "Services/mqttscheduler.h"
@@ -187,6 +188,7 @@ protected:
         addBroker(1, "plant");
         addBroker(2, "office");
         EXPECT_EQ(manager().createMQTTClients(), SC_AC_OK);
+        manager().m_comInterface = new ComInterface;
         manager().m_isInitDone = true;
         FakeMqttClient::state().calls.clear();
     }

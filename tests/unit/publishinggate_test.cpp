@@ -201,4 +201,79 @@ TEST_F(PublishingGate, aBrokerThatNeverAcknowledgesIsGivenUpAfterTwentySeconds)
     EXPECT_EQ(publishes(), 2U);
 }
 
+// A publication that stays inside the library until its connection is gone.
+class StuckPublication : public PublishingGate
+{
+protected:
+    StuckPublication()
+    {
+        FakeMqttClient::state().duringDisconnect = [this](MQTTClient) { isFree = true; };
+        FakeMqttClient::state().duringPublish = [this](MQTTClient, int) {
+            isInside = true;
+            while (!isFree)
+                std::this_thread::sleep_for(1ms);
+        };
+        publishing = std::thread([this] { publish(0); });
+        while (!isInside)
+            std::this_thread::sleep_for(1ms);
+    }
+
+    ~StuckPublication() override
+    {
+        isFree = true;
+        if (publishing.joinable())
+            publishing.join();
+    }
+
+    std::atomic<bool> isInside{false};
+    std::atomic<bool> isFree{false};
+    std::thread publishing;
+};
+
+TEST_F(StuckPublication, isFreedByGivingTheConnectionUpAsALostOne)
+{
+    const LogCapture log;
+    std::this_thread::sleep_for(20ms);
+    broker.endStalledPublication(20ms);
+    publishing.join();
+    EXPECT_THAT(FakeMqttClient::state().disconnectTimeouts, testing::ElementsAre(0));
+    EXPECT_EQ(statusBlock(), (Bytes{0, 0, 0xF3, 0}));
+    EXPECT_TRUE(log.contains("WARN broker 'plant' takes no more data: its connection is given up"));
+    EXPECT_TRUE(log.contains("INFO ClientBroker 'plant' lost is connection"));
+}
+
+TEST_F(StuckPublication, isLeftAloneBeforeItsTime)
+{
+    broker.endStalledPublication();
+    EXPECT_FALSE(isFree);
+    EXPECT_TRUE(FakeMqttClient::state().disconnectTimeouts.empty());
+}
+
+TEST_F(StuckPublication, thatOnlyWaitsForTheLibrarysLockGetsOn)
+{
+    FakeMqttClient::state().duringIsConnected = [this] { isFree = true; };
+    std::this_thread::sleep_for(20ms);
+    broker.endStalledPublication(20ms);
+    FakeMqttClient::state().duringIsConnected = nullptr;
+    EXPECT_TRUE(FakeMqttClient::state().disconnectTimeouts.empty());
+    EXPECT_EQ(broker.m_Connected, 1);
+}
+
+TEST_F(StuckPublication, whoseLossTheLibraryHasReportedIsNotLostTwice)
+{
+    FakeMqttClient::state().disconnectResults = {MQTTCLIENT_DISCONNECTED};
+    const LogCapture log;
+    std::this_thread::sleep_for(20ms);
+    broker.endStalledPublication(20ms);
+    EXPECT_FALSE(log.contains("INFO ClientBroker 'plant' lost is connection"));
+}
+
+TEST_F(PublishingGate, withoutAPublicationInsideTheLibraryNothingIsGivenUp)
+{
+    publish(0);
+    broker.endStalledPublication(0ms);
+    EXPECT_TRUE(FakeMqttClient::state().disconnectTimeouts.empty());
+    EXPECT_EQ(broker.m_Connected, 1);
+}
+
 } // namespace

@@ -115,21 +115,25 @@ TEST_F(RunUp, subscribesNothingWhenItIsNotAStart)
     EXPECT_TRUE(FakeMqttClient::state().subscribes.empty());
 }
 
-TEST_F(RunUp, namesSubscriptionsWhoseMessagesAreDropped)
+TEST_F(RunUp, handsEveryBufferedSubscriptionToTheSchedulerSubscribedAtBootOrNot)
 {
     addBroker("plant", true, 0);
-    Subscriber subscriber;
-    subscriber.m_Name = "orders";
-    subscriber.m_BufferedFlag = true;
-    subscriber.m_SubscribeAtBootTime = true;
-    manager().m_subscriptions = {subscriber};
+    Subscriber direct;
+    Subscriber buffered;
+    buffered.m_Name = "orders";
+    buffered.m_UniqueID = 7;
+    buffered.m_BufferedFlag = true;
+    Subscriber atBoot = buffered;
+    atBoot.m_SubscribeAtBootTime = true;
+    manager().m_subscriptions = {direct, buffered, atBoot};
     manager().createMQTTClients();
     manager().ManageClientBrokers();
     const LogCapture log;
     manager().ManageSubscriptions(true);
-    EXPECT_TRUE(manager().m_subscriptions[0].IsSubscribed());
-    EXPECT_TRUE(
-        log.contains("WARN subscription 'orders' is buffered, which this version can't do: its messages are dropped"));
+    EXPECT_THAT(scheduler().m_BufferedManager.m_Subscribers,
+                testing::ElementsAre(&manager().m_subscriptions[1], &manager().m_subscriptions[2]));
+    EXPECT_EQ(log.count("DEBUG     'orders' with ID (7) added to bufferdModeSubscriptionsList"), 2);
+    EXPECT_TRUE(manager().m_subscriptions[2].IsSubscribed());
 }
 
 TEST_F(RunUp, schedulesEveryPublicationWithAPeriod)

@@ -1,6 +1,7 @@
 #include "Services/mqttscheduler.h"
 #include "unittest.h"
 
+#include "Entities/subscriber.h"
 #include "Services/mqttStatusLogManager.h"
 
 #include <algorithm>
@@ -330,6 +331,213 @@ TEST_F(RetryRows, areStoppedWithTheScheduler)
     timer().start(60'000);
     scheduler.m_ScheduledClientBrokers[0].ScheduledConnect();
     EXPECT_TRUE(timer().isActive());
+}
+
+// Rows of the run-up for the brokers 1, 2 and 3, which a start replaces by entities with the same IDs.
+class RowsAfterAStart : public Scheduler
+{
+protected:
+    RowsAfterAStart()
+    {
+        FakeMqttClient::state().connectResults.assign(1000, -1);
+        replaceBrokers({1, 2, 3});
+        scheduler.SetPeriodicConnectAttempt(m_brokers);
+        scheduler.RunScheduler();
+    }
+
+    // The entities before are freed, as those of an earlier reading of the files are.
+    void replaceBrokers(const std::vector<int>& ids)
+    {
+        m_owned.clear();
+        m_brokers.clear();
+        for (const int id : ids) {
+            ClientBroker& another = *m_owned.emplace_back(std::make_unique<ClientBroker>(broker));
+            another.m_MQTTClient = nullptr;
+            another.UniqueID = id;
+            another.ConnectionInterval = static_cast<unsigned int>(id);
+            another.CreateMQTTClient();
+            m_brokers.append(&another);
+        }
+    }
+
+    void startAnew(const std::vector<int>& ids)
+    {
+        scheduler.StopScheduler();
+        replaceBrokers(ids);
+        scheduler.BindBrokersAnew(m_brokers);
+        scheduler.RunScheduler();
+    }
+
+    std::vector<int> scheduledIds()
+    {
+        std::vector<int> ids(static_cast<std::size_t>(scheduler.m_ScheduledClientBrokersCounter));
+        for (std::size_t row = 0; row < ids.size(); ++row)
+            ids[row] = scheduler.m_ScheduledClientBrokers[row].m_ClientBroker->UniqueID;
+        return ids;
+    }
+
+    bool isActive(int row) { return scheduler.m_ConnectTimers[row].isActive(); }
+
+    QList<ClientBroker*> m_brokers;
+
+private:
+    std::vector<std::unique_ptr<ClientBroker>> m_owned;
+};
+
+TEST_F(RowsAfterAStart, retryTheBrokersThatHaveTheirIds)
+{
+    startAnew({3, 9, 1, 2});
+    EXPECT_EQ(scheduledIds(), (std::vector{1, 2, 3}));
+    for (int row = 0; row < 3; ++row) {
+        EXPECT_TRUE(isActive(row));
+        EXPECT_EQ(scheduler.m_ConnectTimers[row].interval(), (row + 1) * 1000);
+        EXPECT_TRUE(m_brokers.contains(scheduler.m_ScheduledClientBrokers[row].m_ClientBroker));
+    }
+}
+
+TEST_F(RowsAfterAStart, areDroppedForGoodWhenTheirBrokerIsGone)
+{
+    startAnew({1, 3});
+    EXPECT_EQ(scheduledIds(), (std::vector{1, 3}));
+    EXPECT_TRUE(isActive(1));
+    EXPECT_FALSE(isActive(2));
+    startAnew({1, 2, 3});
+    EXPECT_EQ(scheduledIds(), (std::vector{1, 3}));
+    startAnew({});
+    EXPECT_TRUE(scheduledIds().empty());
+    EXPECT_FALSE(isActive(0));
+}
+
+TEST_F(RowsAfterAStart, areDroppedWhenTheirBrokerIsNotToBeRetriedAnyMore)
+{
+    scheduler.StopScheduler();
+    replaceBrokers({1, 2, 3});
+    m_brokers.at(0)->ConnectionInterval = 0;
+    scheduler.BindBrokersAnew(m_brokers);
+    scheduler.RunScheduler();
+    EXPECT_EQ(scheduledIds(), (std::vector{2, 3}));
+    EXPECT_EQ(scheduler.m_ConnectTimers[0].interval(), 2000);
+}
+
+TEST_F(RowsAfterAStart, beginAgainAlsoWhenTheyHadStopped)
+{
+    scheduler.SlotStopPeriodicConnectAttempt(1);
+    startAnew({1, 2, 3});
+    EXPECT_TRUE(isActive(1));
+}
+
+TEST_F(RowsAfterAStart, stopOnSuccessAfterAnyNumberOfStarts)
+{
+    for (int start = 0; start < 5; ++start) {
+        startAnew({1, 2});
+        FakeMqttClient::state().connectResults.clear();
+        scheduler.m_ConnectTimers[1].start(5);
+        EXPECT_TRUE(comesTrue([this] { return !isActive(1); }));
+        EXPECT_TRUE(isActive(0));
+        EXPECT_TRUE(m_brokers.at(1)->IsConnected());
+    }
+}
+
+TEST_F(RowsAfterAStart, tryOnceInEachTickAfterAnyNumberOfStarts)
+{
+    for (int start = 0; start < 5; ++start)
+        startAnew({1});
+    FakeMqttClient::state().connects.clear();
+    scheduler.m_ConnectTimers[0].start(50);
+    ASSERT_TRUE(comesTrue([] { return !FakeMqttClient::state().connects.empty(); }));
+    EXPECT_EQ(FakeMqttClient::state().connects.size(), 1U);
+}
+
+TEST_F(RowsAfterAStart, thatNeverRanAreBoundAsWell)
+{
+    MQTTScheduler another;
+    another.SetPeriodicConnectAttempt(m_brokers);
+    another.StopScheduler();
+    replaceBrokers({2});
+    another.BindBrokersAnew(m_brokers);
+    ASSERT_EQ(another.m_ScheduledClientBrokersCounter, 1);
+    EXPECT_EQ(another.m_ScheduledClientBrokers[0].m_ClientBroker, m_brokers.at(0));
+}
+
+class BufferedCheck : public Scheduler
+{
+protected:
+    ~BufferedCheck() override { FakeSleep::duringWait() = nullptr; }
+
+    void setSubscriptions(QList<Subscriber*> subscriptions) { scheduler.SetBufferdModeSubscriptions(subscriptions); }
+
+    // How often the worker has looked at the received bit of a subscription with its record at 0.
+    static long checks()
+    {
+        const auto& reads = FakeTagMemory::state().reads;
+        return std::count(reads.begin(), reads.end(), 2UL);
+    }
+
+    QTimer& timer() { return scheduler.m_BufferedTimer; }
+
+    Subscriber first;
+    Subscriber second;
+};
+
+TEST_F(BufferedCheck, runsEvery400MillisecondsFromAheadOfTheWait)
+{
+    setSubscriptions({&first});
+    bool isRunningInTheWait = false;
+    FakeSleep::duringWait() = [&] { isRunningInTheWait = timer().isActive(); };
+    scheduler.RunScheduler();
+    EXPECT_TRUE(isRunningInTheWait);
+    EXPECT_EQ(timer().interval(), 400);
+    EXPECT_FALSE(timer().isSingleShot());
+    EXPECT_TRUE(comesTrue([] { return checks() >= 2; }));
+}
+
+TEST_F(BufferedCheck, isNotStartedWithoutSubscriptions)
+{
+    setSubscriptions({});
+    scheduler.RunScheduler();
+    EXPECT_FALSE(timer().isActive());
+    EXPECT_THAT(FakeSleep::waits(), testing::ElementsAre(1000ms));
+}
+
+TEST_F(BufferedCheck, servesAllThatWereSet)
+{
+    setSubscriptions({&first});
+    setSubscriptions({&second});
+    EXPECT_EQ(scheduler.m_BufferedManager.m_Subscribers, (QList<Subscriber*>{&first, &second}));
+    EXPECT_EQ(scheduler.m_BufferedManager.m_SubscribersCount, 2);
+}
+
+TEST_F(BufferedCheck, stopsWithTheSchedulerWhichForgetsTheSubscriptions)
+{
+    setSubscriptions({&first});
+    scheduler.RunScheduler();
+    scheduler.StopScheduler();
+    EXPECT_FALSE(timer().isActive());
+    EXPECT_TRUE(scheduler.m_BufferedManager.m_Subscribers.isEmpty());
+    EXPECT_EQ(scheduler.m_BufferedManager.m_SubscribersCount, 0);
+}
+
+TEST_F(BufferedCheck, looksOnceInEachTickAfterAnyNumberOfStarts)
+{
+    for (int start = 0; start < 5; ++start) {
+        scheduler.StopScheduler();
+        setSubscriptions({&first});
+        scheduler.RunScheduler();
+        scheduler.RunScheduler();
+    }
+    ASSERT_TRUE(comesTrue([] { return checks() > 0; }));
+    EXPECT_EQ(checks(), 1);
+}
+
+TEST_F(BufferedCheck, isStoppedByItsOwnThread)
+{
+    setSubscriptions({&first});
+    scheduler.RunScheduler();
+    std::thread cleanUp([this] { scheduler.StopScheduler(); });
+    cleanUp.join();
+    EXPECT_EQ(scheduler.m_BufferedManager.m_SubscribersCount, 1);
+    EXPECT_TRUE(comesTrue([this] { return !timer().isActive(); }));
+    EXPECT_EQ(scheduler.m_BufferedManager.m_SubscribersCount, 0);
 }
 
 TEST_F(Scheduler, stoppingWithoutRowsOnlyWaits)

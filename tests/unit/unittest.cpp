@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <thread>
 
 ServiceTest::ServiceTest()
 {
@@ -36,11 +37,24 @@ BrokerTest::BrokerTest()
     FakeTagMemory::state().writes.clear();
 }
 
+BrokerTest::~BrokerTest()
+{
+    FakeMqttClient::state().duringDisconnect = nullptr;
+    FakeTagMemory::state().duringWrite = nullptr;
+}
+
 void BrokerTest::connectBroker()
 {
     ASSERT_EQ(broker.Connect(), CB_OK);
     FakeMqttClient::state().calls.clear();
     FakeTagMemory::state().writes.clear();
+}
+
+void BrokerTest::loseConnection()
+{
+    FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    while (broker.isReconnecting())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
 Bytes BrokerTest::statusBlock() const

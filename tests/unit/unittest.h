@@ -31,9 +31,13 @@ class BrokerTest : public ServiceTest
 {
 protected:
     BrokerTest();
+    // What the test has hooked in is gone when the broker goes.
+    ~BrokerTest() override;
 
     void connectBroker();
     [[nodiscard]] Bytes statusBlock() const;
+    // The loss as the library reports it, and the end of the reconnect loop that follows.
+    void loseConnection();
 
     ClientBroker broker;
     static constexpr unsigned BlockAddress = 100;
