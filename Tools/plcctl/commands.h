@@ -20,9 +20,12 @@ void addTagCommands(CLI::App& app, Action& action);
 void addJournalCommand(CLI::App& app, Action& action);
 void addStatusCommand(CLI::App& app, Action& action);
 void addRegistrationsCommand(CLI::App& app, Action& action);
+void addRequestCommands(CLI::App& app, Action& action);
+void addAppCommand(CLI::App& app, Action& action);
 
 // In the order in which the help lists them.
-inline constexpr std::array CommandGroups{addStatusCommand, addTagCommands,   addJournalCommand,
-                                          addLinkCommands,  addQueueCommands, addRegistrationsCommand};
+inline constexpr std::array CommandGroups{addStatusCommand, addTagCommands,         addJournalCommand,
+                                          addLinkCommands,  addQueueCommands,       addRequestCommands,
+                                          addAppCommand,    addRegistrationsCommand};
 
 } // namespace plcctl

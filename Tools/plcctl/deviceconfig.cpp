@@ -43,17 +43,11 @@ std::optional<std::uint32_t> optionalAddress(const QXmlStreamReader& xml, const 
     return value == -1 ? std::nullopt : std::optional(static_cast<std::uint32_t>(value));
 }
 
-// The attribute DataType: "7", or for texts with a length "11_20".
-struct DataType
-{
-    int type = AT_NOTYPE;
-    int length = NO_DATA_LEN;
-};
-
-DataType dataType(const QXmlStreamReader& xml)
+// The attributes DataType, "7" or for texts with a length "11_20", and Ent.
+ValueLayout valueLayout(const QXmlStreamReader& xml)
 {
     const QStringList parts = text(xml, "DataType").split('_');
-    DataType result{parts.value(0).toInt()};
+    ValueLayout result{parts.value(0).toInt(), NO_DATA_LEN, number(xml, "Ent")};
     if (parts.size() > 1)
         result.length = parts.value(1).toInt();
     return result;
@@ -81,13 +75,6 @@ std::int64_t unitSize(int type)
     }
 }
 
-std::uint32_t sizeInBytes(const DataType& data, int entries)
-{
-    const bool isText = data.type == AT_STR8 || data.type == AT_STR16 || data.type == AT_STR32;
-    const std::int64_t units = isText ? std::int64_t{data.length} + 1 : std::max(entries, 1);
-    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(unitSize(data.type) * units, 0, UINT32_MAX));
-}
-
 // Enters the first child of that name of the element that the reader stands on.
 bool enterFirst(QXmlStreamReader& xml, const char* name)
 {
@@ -110,29 +97,42 @@ void forEachFrom(QXmlStreamReader& xml, const char* name, const std::function<vo
     while (xml.readNextStartElement());
 }
 
-// The size of a struct is where its last member ends. Leaves the element.
-std::uint32_t structSize(QXmlStreamReader& xml)
+// Leaves the element.
+std::vector<MemberEntry> membersAndLeave(QXmlStreamReader& xml)
 {
-    std::uint32_t size = 0;
+    std::vector<MemberEntry> members;
     if (!enterFirst(xml, "DataMembers"))
-        return size;
+        return members;
     forEachFrom(xml, "DataMember", [&] {
         const std::uint32_t offset = text(xml, "Off").mid(OffsetPrefixLength).toUInt(nullptr, 16);
-        size = offset + sizeInBytes(dataType(xml), number(xml, "Ent"));
+        members.push_back({utf8(xml, "DName"), offset, valueLayout(xml)});
         xml.skipCurrentElement();
     });
     xml.skipCurrentElement();
-    return size;
+    return members;
 }
 
-std::uint32_t dataSizeAndLeave(QXmlStreamReader& xml)
+// What the element of a publication or subscription says of its tag.
+struct TagLayout
 {
-    const DataType data = dataType(xml);
-    if (data.type == AT_STRUCT)
-        return structSize(xml);
-    const std::uint32_t size = sizeInBytes(data, number(xml, "Ent"));
-    xml.skipCurrentElement();
-    return size;
+    ValueLayout value;
+    std::vector<MemberEntry> members;
+    std::uint32_t size = 0; // bytes
+};
+
+TagLayout tagLayoutAndLeave(QXmlStreamReader& xml)
+{
+    TagLayout layout{valueLayout(xml), {}, 0};
+    if (layout.value.type != AT_STRUCT) {
+        layout.size = sizeOf(layout.value);
+        xml.skipCurrentElement();
+        return layout;
+    }
+    layout.members = membersAndLeave(xml);
+    // The size of a struct is where its last member ends.
+    if (!layout.members.empty())
+        layout.size = layout.members.back().offset + sizeOf(layout.members.back().value);
+    return layout;
 }
 
 void readGeneral(QXmlStreamReader& xml, DeviceConfig& config)
@@ -157,7 +157,8 @@ void readBroker(QXmlStreamReader& xml, DeviceConfig& config)
     entry.port = address(xml, "Port");
     entry.statusAddress = address(xml, "BrokerAddr");
     entry.willAddress = optionalAddress(xml, "LastWillAddr");
-    entry.willSize = sizeInBytes(dataType(xml), 1);
+    const ValueLayout will = valueLayout(xml);
+    entry.willSize = sizeOf({will.type, will.length, 0});
     config.brokers.push_back(entry);
     xml.skipCurrentElement();
 }
@@ -169,7 +170,7 @@ void readPublication(QXmlStreamReader& xml, DeviceConfig& config)
     entry.name = utf8(xml, "Name");
     entry.dataAddress = address(xml, "DataAddr");
     entry.acknowledgeAddress = optionalAddress(xml, "BrokerReceivedAddr");
-    entry.dataSize = dataSizeAndLeave(xml);
+    entry.dataSize = tagLayoutAndLeave(xml).size;
     config.publications.push_back(entry);
 }
 
@@ -180,8 +181,12 @@ void readSubscription(QXmlStreamReader& xml, DeviceConfig& config)
     entry.name = utf8(xml, "Name");
     entry.dataAddress = address(xml, "DataAddr");
     entry.recordAddress = address(xml, "SubAddr");
-    entry.dataSize = dataSizeAndLeave(xml);
-    config.subscriptions.push_back(entry);
+    entry.buffered = number(xml, "IsBuffered") != 0;
+    TagLayout layout = tagLayoutAndLeave(xml);
+    entry.dataSize = layout.size;
+    entry.value = layout.value;
+    entry.members = std::move(layout.members);
+    config.subscriptions.push_back(std::move(entry));
 }
 
 using Reader = std::function<void(QXmlStreamReader&, DeviceConfig&)>;
@@ -229,6 +234,13 @@ void readFile(const std::string& directory, const char* name, const char* topEle
 }
 
 } // namespace
+
+std::uint32_t sizeOf(const ValueLayout& value)
+{
+    const bool isText = value.type == AT_STR8 || value.type == AT_STR16 || value.type == AT_STR32;
+    const std::int64_t units = isText ? std::int64_t{value.length} + 1 : std::max(value.entries, 1);
+    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(unitSize(value.type) * units, 0, UINT32_MAX));
+}
 
 DeviceConfig readDeviceConfig(const std::string& directory, ConfigScope scope)
 {

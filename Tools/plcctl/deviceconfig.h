@@ -29,6 +29,21 @@ struct PublicationEntry
     std::optional<std::uint32_t> acknowledgeAddress; // of one byte
 };
 
+// What the bytes of a tag, or of a struct's member, are.
+struct ValueLayout
+{
+    int type = 0;    // ArgType
+    int length = 0;  // characters of a text
+    int entries = 0; // elements of an array; 0 for a single value
+};
+
+struct MemberEntry
+{
+    std::string name;
+    std::uint32_t offset = 0; // bytes from the beginning of the struct
+    ValueLayout value;
+};
+
 struct SubscriptionEntry
 {
     int id = 0;
@@ -36,6 +51,9 @@ struct SubscriptionEntry
     std::uint32_t dataAddress = 0;
     std::uint32_t dataSize = 0; // bytes
     std::uint32_t recordAddress = 0;
+    bool buffered = false;
+    ValueLayout value = {};
+    std::vector<MemberEntry> members = {}; // of a struct
 };
 
 struct FileProblem
@@ -63,5 +81,8 @@ enum class ConfigScope
 // Reads what can be read: a broken file gives its entries up to the break and a problem. Values are converted as the
 // service does it: a missing or bad number is 0. Nothing is ever written, and no variable in a topic is expanded.
 DeviceConfig readDeviceConfig(const std::string& directory, ConfigScope scope);
+
+// The size in bytes that such a value has in tag memory; 0 for a struct and for what the service doesn't know.
+std::uint32_t sizeOf(const ValueLayout& value);
 
 } // namespace plcctl

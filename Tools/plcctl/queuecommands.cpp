@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "output.h"
+#include "requestqueue.h"
 
 #include "Records/requestrecords.h"
 
@@ -7,7 +8,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <mqueue.h>
 
 namespace plcctl {
 
@@ -22,56 +22,17 @@ struct QueueArguments
     bool json = false;
 };
 
-// The request queue, closed with its scope.
-class Queue
-{
-public:
-    explicit Queue(mqd_t descriptor) : m_descriptor(descriptor) {}
-
-    Queue(const Queue&) = delete;
-    Queue& operator=(const Queue&) = delete;
-
-    ~Queue()
-    {
-        if (isOpen())
-            mq_close(m_descriptor);
-    }
-
-    [[nodiscard]] bool isOpen() const { return m_descriptor != -1; }
-
-    [[nodiscard]] mq_attr attributes() const
-    {
-        mq_attr result{};
-        if (mq_getattr(m_descriptor, &result) != 0)
-            throw Failure(ExitCode::Failed, std::string("the queue can't be examined: ") + std::strerror(errno));
-        return result;
-    }
-
-private:
-    mqd_t m_descriptor;
-};
-
-std::string describe(long messages, long size)
-{
-    return std::to_string(messages) + " messages of " + std::to_string(size) + " bytes";
-}
-
-[[noreturn]] void failToOpen(const char* what, int error)
-{
-    throw Failure(ExitCode::Failed, std::string(RequestQueueName) + " can't be " + what + ": " + std::strerror(error));
-}
-
 void requireSameAttributes(const QueueArguments& arguments)
 {
-    const Queue queue(mq_open(RequestQueueName, O_RDONLY));
+    const RequestQueue queue(mq_open(RequestQueueName, O_RDONLY));
     if (!queue.isOpen())
-        failToOpen("opened", errno);
+        failQueue("opened", errno);
     const mq_attr existing = queue.attributes();
     if (existing.mq_maxmsg == arguments.messages && existing.mq_msgsize == arguments.size)
         return;
     throw Failure(ExitCode::Failed, std::string(RequestQueueName) + " exists with room for " +
-                                        describe(existing.mq_maxmsg, existing.mq_msgsize) + ", not " +
-                                        describe(arguments.messages, arguments.size) +
+                                        describeRoom(existing.mq_maxmsg, existing.mq_msgsize) + ", not " +
+                                        describeRoom(arguments.messages, arguments.size) +
                                         "; `plcctl queue remove` first, then start the service again");
 }
 
@@ -80,18 +41,18 @@ ExitCode createQueue(const QueueArguments& arguments)
     mq_attr attributes{};
     attributes.mq_maxmsg = arguments.messages;
     attributes.mq_msgsize = arguments.size;
-    const Queue queue(mq_open(RequestQueueName, O_RDWR | O_CREAT | O_EXCL, QueuePermissions, &attributes));
+    const RequestQueue queue(mq_open(RequestQueueName, O_RDWR | O_CREAT | O_EXCL, QueuePermissions, &attributes));
     const int error = errno;
     if (!queue.isOpen() && error == EEXIST)
         requireSameAttributes(arguments);
     else if (!queue.isOpen() && (error == EINVAL || error == EMFILE || error == ENOMEM))
         throw Failure(ExitCode::Failed,
-                      "the system refuses a queue for " + describe(arguments.messages, arguments.size) + ": " +
+                      "the system refuses a queue for " + describeRoom(arguments.messages, arguments.size) + ": " +
                           std::strerror(error) +
                           "; ask for fewer messages, or raise fs.mqueue.msg_max, fs.mqueue.msgsize_max "
                           "or the limit `ulimit -q`");
     else if (!queue.isOpen())
-        failToOpen("created", error);
+        failQueue("created", error);
 
     if (arguments.size > static_cast<long>(RequestRecordSize)) {
         printNote("the service reads at most " + std::to_string(RequestRecordSize) +
@@ -105,20 +66,20 @@ ExitCode removeQueue()
     if (mq_unlink(RequestQueueName) == 0)
         return ExitCode::Done;
     if (errno != ENOENT)
-        failToOpen("removed", errno);
+        failQueue("removed", errno);
     printNote(std::string("there was no ") + RequestQueueName + " to remove");
     return ExitCode::Done;
 }
 
 ExitCode showQueue(const QueueArguments& arguments)
 {
-    const Queue queue(mq_open(RequestQueueName, O_RDONLY));
+    const RequestQueue queue(mq_open(RequestQueueName, O_RDONLY));
     if (!queue.isOpen()) {
         if (errno == ENOENT) {
             throw Failure(ExitCode::NothingToRead,
                           std::string("there is no ") + RequestQueueName + "; create it with `plcctl queue create`");
         }
-        failToOpen("opened", errno);
+        failQueue("opened", errno);
     }
     const mq_attr attributes = queue.attributes();
     const long fillPercent = attributes.mq_curmsgs * 100 / attributes.mq_maxmsg;

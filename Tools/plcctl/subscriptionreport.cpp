@@ -17,13 +17,6 @@ constexpr std::size_t KeptBegin = 30;
 constexpr std::size_t KeptEnd = 31;
 constexpr char32_t Omission[] = U"...";
 
-enum BufferedData : std::uint8_t
-{
-    BufferedNone = 0,
-    BufferedHandingOver = 1,
-    BufferedWaiting = 2
-};
-
 struct Topic
 {
     std::u32string text;
@@ -62,11 +55,11 @@ std::string lastMessage(const SubscriberStatusStruct& record)
            (topic.terminated ? "" : " without a terminator");
 }
 
-std::string handOver(std::uint8_t state)
+std::string handOver(std::uint8_t state, bool buffered)
 {
     switch (state) {
     case BufferedNone:
-        return "";
+        return buffered ? "; buffered, nothing waits" : "";
     case BufferedHandingOver:
         return "; a message is being handed over";
     case BufferedWaiting:
@@ -96,13 +89,21 @@ std::string subscriptionLine(const SubscriptionStatus& status)
     return head + flag(record.m_Subscribed, "subscribed", "not subscribed") + "; last result " +
            describe(CodeDomain::Subscription, record.m_SubscriptionStatus) + "; " + lastMessage(record) +
            ", received bit " + std::to_string(record.m_ReceivedBit) + flag(record.m_QueueFull, "; queue full", "") +
-           handOver(record.m_BufferedDataStatus) + padding(record);
+           handOver(record.m_BufferedDataStatus, subscription.buffered) + padding(record);
+}
+
+std::string lastTopic(const SubscriberStatusStruct& record)
+{
+    return encodeUtf8(topicOf(record).text);
 }
 
 Json subscriptionJson(const SubscriptionStatus& status)
 {
     const SubscriptionEntry& subscription = status.subscription;
-    Json result{{"id", subscription.id}, {"name", subscription.name}, {"address", subscription.recordAddress}};
+    Json result{{"id", subscription.id},
+                {"name", subscription.name},
+                {"buffered", subscription.buffered},
+                {"address", subscription.recordAddress}};
     if (!status.record) {
         result["record"] = nullptr;
         return result;
@@ -113,7 +114,7 @@ Json subscriptionJson(const SubscriptionStatus& status)
         {"subscriptionStatus", codeJson(CodeDomain::Subscription, record.m_SubscriptionStatus)},
         {"receivedBit", record.m_ReceivedBit},
         {"queueFull", record.m_QueueFull},
-        {"lastMessageTopic", encodeUtf8(topicOf(record).text)},
+        {"lastMessageTopic", lastTopic(record)},
         {"lastMessageSeconds", std::uint32_t{record.m_LastMessageUTC}},
         {"lastMessageTime", hadMessage(record) ? Json(utcSeconds(record.m_LastMessageUTC)) : Json(nullptr)},
         {"bufferedDataStatus", record.m_BufferedDataStatus},

@@ -5,10 +5,19 @@
 
 #include "Records/subscriptionrecords.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
 namespace plcctl {
+
+// Values of a record's m_BufferedDataStatus.
+enum BufferedData : std::uint8_t
+{
+    BufferedNone = 0,
+    BufferedHandingOver = 1,
+    BufferedWaiting = 2
+};
 
 // A subscription's record as it stood in tag memory at one moment.
 struct SubscriptionStatus
@@ -19,6 +28,9 @@ struct SubscriptionStatus
 
 // One line for people; a long topic is shortened in it.
 std::string subscriptionLine(const SubscriptionStatus& status);
+
+// The topic of the last message as it stands in the record, in UTF-8.
+std::string lastTopic(const SubscriberStatusStruct& record);
 
 // Every field of the record, the topic whole.
 Json subscriptionJson(const SubscriptionStatus& status);

@@ -1,15 +1,30 @@
-// A process that uses tag memory as the service does, for the tests of what plcctl shows of it.
-// usage: tagmemoryuser write COUNT    writes one byte COUNT times
-//        tagmemoryuser register       leaves two registrations behind
+// A process that uses tag memory and the request queue as the service does, for the tests of what plcctl shows of it.
+// usage: tagmemoryuser write COUNT                  writes one byte COUNT times
+//        tagmemoryuser register                     leaves two registrations behind
 //        tagmemoryuser unregister ID
+//        tagmemoryuser answer CODE...               prints one request and answers it with these values
+//        tagmemoryuser handover RECORD DATA COUNT   hands COUNT messages over to the control application
 
 #include "tagmemory.h"
 
 #include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <mqueue.h>
+#include <span>
 #include <string_view>
+#include <thread>
 
 namespace {
+
+constexpr int PatienceSeconds = 20;
+constexpr auto HandOverPause = std::chrono::milliseconds(150);
+constexpr auto Glance = std::chrono::milliseconds(1);
 
 bool writeTimes(unsigned long count)
 {
@@ -28,18 +43,141 @@ bool registerTags()
     return TagMemory::RegSync(300, Tags.data(), 3, 10) != 0 && TagMemory::RegSync(300, &Tags[1], 1, 10) != 0;
 }
 
+bool writeByte(unsigned long position, std::uint8_t value)
+{
+    return TagMemory::Write(1, position, &value) == 0;
+}
+
+std::uint8_t readByte(unsigned long position)
+{
+    std::uint8_t value = 0;
+    TagMemory::Read(1, position, &value);
+    return value;
+}
+
+bool answerOneRequest(std::span<char*> codes)
+{
+    constexpr std::size_t ReqIdAt = 2;
+    constexpr std::size_t StateRequestStatusAt = 4;
+    constexpr std::size_t StatusAt = 8;
+    constexpr std::uint16_t Pause = 13;
+    constexpr std::uint16_t Start = 14;
+
+    const mqd_t queue = mq_open("/MQTTQueue", O_RDONLY);
+    std::array<char, 1500> message{};
+    const timespec deadline{std::time(nullptr) + PatienceSeconds, 0};
+    const ssize_t size = mq_timedreceive(queue, message.data(), message.size(), nullptr, &deadline);
+    if (size < 0)
+        return false;
+    for (ssize_t at = 0; at < size; ++at)
+        std::printf("%02x", static_cast<unsigned>(static_cast<std::uint8_t>(message.at(static_cast<std::size_t>(at)))));
+    std::printf("\n");
+
+    std::uint16_t reqId = 0;
+    std::uint32_t operand = 0;
+    std::memcpy(&reqId, &message[ReqIdAt], sizeof reqId);
+    const bool isStateRequest = reqId == Pause || reqId == Start;
+    std::memcpy(&operand, &message.at(isStateRequest ? StateRequestStatusAt : StatusAt), sizeof operand);
+    const unsigned long position = TagMemory::OperandAddr2OffsetConversion(operand);
+    for (const char* code : codes) {
+        if (!writeByte(position, static_cast<std::uint8_t>(std::strtol(code, nullptr, 10))))
+            return false;
+    }
+    return true;
+}
+
+// The service's side of a buffered subscription whose tag is one UINT32.
+class HandOver
+{
+public:
+    HandOver(unsigned long record, unsigned long data) : m_record(record), m_data(data) {}
+
+    // False if the application doesn't ask, or clears the received bit at another time than while a message waits.
+    bool run(std::uint32_t count)
+    {
+        bool good = writeWholeRecord(1, Waiting);
+        for (std::uint32_t number = 1; good && number <= count; ++number) {
+            const bool isLast = number == count;
+            good = waitForClearBit() && handOverOne(number, isLast);
+            if (good && !isLast)
+                good = writeByte(m_record + StateAt, Waiting) && writeByte(m_record + BitAt, 1);
+        }
+        return good;
+    }
+
+private:
+    static constexpr unsigned long BitAt = 2;
+    static constexpr unsigned long StateAt = 520;
+    static constexpr std::uint8_t Done = 0;
+    static constexpr std::uint8_t HandingOver = 1;
+    static constexpr std::uint8_t Waiting = 2;
+
+    bool handOverOne(std::uint32_t number, bool isLast)
+    {
+        if (!writeByte(m_record + StateAt, HandingOver) || !writeWholeRecord(0, HandingOver))
+            return false;
+        // The next message arrives in the middle: the record then looks as if one waited.
+        if (!isLast && !writeWholeRecord(1, Waiting))
+            return false;
+        const auto* const bytes = reinterpret_cast<const unsigned char*>(&number);
+        return TagMemory::Write(sizeof number, m_data, bytes) == 0 && keepsItsHandsOff(!isLast) &&
+               writeByte(m_record + StateAt, Done) && keepsItsHandsOff(!isLast);
+    }
+
+    bool writeWholeRecord(std::uint8_t bit, std::uint8_t state) const
+    {
+        std::array<unsigned char, 524> record{1};
+        record[BitAt] = bit;
+        record[StateAt] = state;
+        return TagMemory::Write(static_cast<unsigned short>(record.size()), m_record, record.data()) == 0;
+    }
+
+    bool waitForClearBit() const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(PatienceSeconds);
+        while (readByte(m_record + BitAt) != 0) {
+            if (std::chrono::steady_clock::now() > deadline)
+                return false;
+            std::this_thread::sleep_for(Glance);
+        }
+        return true;
+    }
+
+    // Whether the bit stays as it is for a while.
+    bool keepsItsHandsOff(bool bit) const
+    {
+        const auto end = std::chrono::steady_clock::now() + HandOverPause;
+        while (std::chrono::steady_clock::now() < end) {
+            if ((readByte(m_record + BitAt) != 0) != bit)
+                return false;
+            std::this_thread::sleep_for(Glance);
+        }
+        return true;
+    }
+
+    unsigned long m_record;
+    unsigned long m_data;
+};
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const std::string_view what = argc > 1 ? argv[1] : "";
-    const unsigned long number = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 0;
+    const std::span<char*> arguments(argv, static_cast<std::size_t>(argc));
+    const std::string_view what = argc > 1 ? arguments[1] : "";
+    const auto number = [arguments](std::size_t index) {
+        return index < arguments.size() ? std::strtoul(arguments[index], nullptr, 10) : 0;
+    };
     bool done = false;
     if (what == "write")
-        done = writeTimes(number);
+        done = writeTimes(number(2));
     else if (what == "register")
         done = registerTags();
     else if (what == "unregister")
-        done = TagMemory::UnRegSync(number, 10) == 0;
+        done = TagMemory::UnRegSync(number(2), 10) == 0;
+    else if (what == "answer")
+        done = answerOneRequest(arguments.subspan(2));
+    else if (what == "handover")
+        done = HandOver(number(2), number(3)).run(static_cast<std::uint32_t>(number(4)));
     return done ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -22,6 +22,19 @@ COMMANDS = [
     "queue remove",
     "queue show",
     "registrations",
+    "request",
+    "request subscribe",
+    "request subscribe-all",
+    "request unsubscribe",
+    "request unsubscribe-all",
+    "request connect",
+    "request disconnect",
+    "request send",
+    "request publish-state",
+    "request pause",
+    "request start",
+    "request raw",
+    "app",
 ]
 
 LOOKING = [
@@ -50,7 +63,7 @@ def test_help_of_the_program_lists_commands_and_exit_statuses(controller):
     assert result.status == DONE
     for command in {command.split()[0] for command in COMMANDS}:
         assert re.search(rf"^  {command} ", result.text, re.MULTILINE)
-    for status in range(4):
+    for status in [0, 1, 2, 3, 4, 5, "101 to 228"]:
         assert re.search(rf"^  {status}  \w", result.text, re.MULTILINE)
 
 
@@ -65,6 +78,10 @@ def test_the_version_is_told(controller):
     ["", "tag", "link", "queue", "nonsense", "status --nonsense", "tag get", "tag get 100", "tag set 100 INT8"]
     + ["link up --port 3", "link up --port 0", "queue create --messages 0", "queue create --messages x"]
     + ["tag get 100 INT8 --count 0", "tag get 100 INT8 --count 2 --length 2", "tag watch 100 INT8 --interval 0"]
+    + ["request", "request connect", "request nonsense 1", "request publish-state 7", "request publish-state 7 maybe"]
+    + ["request pause --timeout -1", "request pause --status 16777216", "request pause --status x", "request raw"]
+    + ["request raw 65536", "request raw 13 --id 1", "request raw 16 --id 1", "request raw 16 --status-address 1"]
+    + ["request raw 0 --status 1 --status-address 1", "request raw 0 --payload abc", "app --messages 0"]
     + ["journal --for 1", "journal --last 1 --from 1 --follow", "status --interval 5"],
 )
 def test_wrong_usage_is_status_2_with_a_message_and_no_output(controller, arguments):

@@ -142,6 +142,7 @@ def test_a_subscription_as_json_has_every_field_of_its_record(plant):
     assert subscription_object(plant, record(1, -14, 1, 0, topic, 1_714_979_289, 2)) == {
         "id": 3,
         "name": "setpoint",
+        "buffered": False,
         "address": 9000,
         "record": {
             "subscribed": 1,
