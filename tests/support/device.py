@@ -1,7 +1,6 @@
 """The controller around the service: its files, scripts, request queue and tag memory, and the service's process."""
 
 import contextlib
-import ctypes
 import json
 import os
 import pathlib
@@ -10,7 +9,7 @@ import signal
 import subprocess
 import time
 
-from support import build, configuration, csvlog, records, tags
+from support import build, configuration, csvlog, records, requests, tags
 from support.waiting import wait_until
 
 SCRIPTS = pathlib.Path("/VEL/System/Config/Scripts")
@@ -23,11 +22,10 @@ STANDARD_OUTPUT = pathlib.Path("/tmp/service.out")
 STANDARD_ERROR = pathlib.Path("/tmp/service.err")
 CLIENT_LIBRARY_CALLS = pathlib.Path("/tmp/client-library-calls.jsonl")
 
-QUEUE = b"/MQTTQueue"
-QUEUE_MESSAGES = 10
-QUEUE_MESSAGE_SIZE = 1500
-
 VERBOSE = ("-verbose", "true")
+
+# The end by a signal, with everything that may be under way.
+TEARDOWN_SECONDS = 8
 
 
 class Device:
@@ -43,7 +41,7 @@ class Device:
         self.script(SERIAL_SCRIPT, 'print("SN123")', interpreter="/usr/bin/python3")
         self.script(MAC_SCRIPT, "echo 02:00:00:00:00:01")
         self.settings({"plcName": "press"})
-        create_queue()
+        self.requests = requests.Requests(self.tags)
 
     def script(self, path, body, interpreter="/bin/sh"):
         path.write_text(f"#!{interpreter}\n{body}\n")
@@ -60,7 +58,7 @@ class Device:
 
     def stray_writes(self):
         """The writes that lie neither in a record nor in an entity's data, as `configure` laid them down."""
-        known = self._known_ranges()
+        known = self.known_ranges()
 
         def is_stray(write):
             end = write.position + write.size
@@ -68,7 +66,8 @@ class Device:
 
         return [write for write in self.tags.journal() if is_stray(write)]
 
-    def _known_ranges(self):
+    def known_ranges(self):
+        """(position, size) of everything that the service may write to."""
         brokers, publications, subscriptions = self._entities
         return [
             (configuration.GENERAL_AT, records.General.SIZE),
@@ -77,6 +76,7 @@ class Device:
             *((entry["BrokerReceivedAddr"], 1) for entry in publications),
             *((entry["SubAddr"], records.SubscriptionStatus.SIZE) for entry in subscriptions),
             *((entry["DataAddr"], configuration.data_size(entry)) for entry in subscriptions),
+            *((requests.status_position(request.status_address), 1) for request in self.requests.sent),
         ]
 
     def start(self, *arguments, spy=False):
@@ -105,6 +105,11 @@ class Device:
     def general(self):
         return self.tags.general(configuration.GENERAL_AT)
 
+    def status_history(self):
+        """Every process status that was written, in order."""
+        writes = self.tags.journal(configuration.GENERAL_AT)
+        return [records.General.decode(write.data).status for write in writes]
+
     def statistics(self):
         return self.tags.statistics(configuration.STATISTICS_AT)
 
@@ -126,6 +131,9 @@ class Device:
 
     def record_writes(self, identifier=1, since=0):
         return self.tags.journal(configuration.subscription_at(identifier), since)
+
+    def block_writes(self, identifier=1, since=0):
+        return self.tags.journal(configuration.broker_at(identifier), since)
 
     def wait_received(self, data, identifier=1, timeout=10.0):
         wait_until(
@@ -152,6 +160,7 @@ class Device:
     def close(self):
         if self.service:
             self.service.kill()
+        self.requests.close()
         self.tags.close()
 
 
@@ -192,10 +201,10 @@ class Service:
     def signal(self, number):
         os.kill(self.pid, number)
 
-    def stop(self):
+    def stop(self, timeout=20):
         """Ends it in the orderly way and returns its wait status."""
         self.signal(signal.SIGTERM)
-        return self.wait()
+        return self.wait(timeout)
 
     def kill(self):
         if not self.has_ended():
@@ -208,6 +217,17 @@ class Service:
 
     def open_files(self):
         return len(os.listdir(f"/proc/{self.pid}/fd"))
+
+    def open_sockets(self):
+        directory = pathlib.Path(f"/proc/{self.pid}/fd")
+        links = []
+        for entry in directory.iterdir():
+            with contextlib.suppress(FileNotFoundError):  # closed meanwhile
+                links.append(os.readlink(entry))
+        return len([link for link in links if link.startswith("socket:")])
+
+    def threads(self):
+        return len(os.listdir(f"/proc/{self.pid}/task"))
 
 
 def environment(spy):
@@ -235,15 +255,6 @@ def client_library_calls(function=None):
         return []
     calls = [json.loads(line) for line in CLIENT_LIBRARY_CALLS.read_text().splitlines()]
     return [call for call in calls if function in (None, call["function"])]
-
-
-def create_queue():
-    """The runtime's request queue. The standard library has no message queues, the C library has."""
-    library = ctypes.CDLL(None, use_errno=True)
-    attributes = (ctypes.c_long * 8)(0, QUEUE_MESSAGES, QUEUE_MESSAGE_SIZE)
-    descriptor = library.mq_open(QUEUE, os.O_CREAT | os.O_RDWR, 0o666, attributes)
-    assert descriptor >= 0, os.strerror(ctypes.get_errno())
-    os.close(descriptor)
 
 
 def sanitizer_findings():

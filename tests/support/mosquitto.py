@@ -21,9 +21,12 @@ TLS_PORT = 8883
 class Mosquitto:
     """Listens on `port` at once. `tls` is a certs.Server, and then nothing older than TLS 1.3 is spoken;
     `client_authority` is the CA file that clients' certificates must prove; `users` maps names to passwords;
-    `subscribable` are the only filters that clients of `port` may subscribe to."""
+    `subscribable` are the only filters that clients of `port` may subscribe to; with `persistent` sessions and what
+    waits in them outlive stop()."""
 
-    def __init__(self, port=PLAIN_PORT, tls=None, client_authority=None, users=None, subscribable=None):
+    def __init__(
+        self, port=PLAIN_PORT, tls=None, client_authority=None, users=None, subscribable=None, persistent=False
+    ):
         self.port = port
         self._directory = pathlib.Path(f"/tmp/mosquitto-{port}")
         self._directory.mkdir(exist_ok=True)
@@ -43,6 +46,8 @@ class Mosquitto:
             f"listener {port} 127.0.0.1",
             f"allow_anonymous {'false' if users else 'true'}",
         ]
+        if persistent:
+            lines += ["persistence true", f"persistence_location {self._directory}/"]
         if users:
             lines.append(f"password_file {self._write_passwords(users)}")
         if subscribable is not None:
@@ -95,6 +100,12 @@ class Mosquitto:
         if self._process:
             device.kill_softly(self._process)
             self._process = None
+
+    def kill(self):
+        """Ends it as a crash would: without a word to its clients, and nothing is saved."""
+        self._process.kill()
+        self._process.wait()
+        self._process = None
 
     def log(self):
         return self._log.read_text(errors="replace") if self._log.exists() else ""

@@ -50,6 +50,12 @@ class Subscribe(NamedTuple):
     time: float
 
 
+class Unsubscribe(NamedTuple):
+    topics: list
+    identifier: int
+    time: float
+
+
 class ScriptedBroker:
     def __init__(self, port=1883, tls=None):
         # What it answers; may be changed at any time.
@@ -57,9 +63,17 @@ class ScriptedBroker:
         self.session_present = False
         self.silent = False  # accepts connections and never answers
         self.hang_up = False  # closes instead of CONNACK
+        self.hang_up_at_once = False  # closes as soon as a connection is there
+        self.hang_up_connected = False  # closes behind CONNACK
+        self.greeting = b""  # goes out as soon as a connection is there
+        self.after_connect_answer = b""  # goes out with each CONNACK, in one piece
+        self.reading = threading.Event()  # while it is cleared, connected clients aren't listened to
+        self.reading.set()
+        self.acknowledgement_delay = 0.0  # seconds, and nothing else is done for that client meanwhile
         self.acknowledge = True  # publications at QoS 1 and 2
         self.cut_publish_answer = False  # half an acknowledgement, then the connection is closed
         self.grant = None  # return code of SUBACK; None grants what was asked for
+        self.refused_filters = ()  # are answered with 0x80 in any case
         self.answer_subscribe = True
         self.cut_subscribe_answer = False  # half a SUBACK, then the connection is closed
         self.before_subscribe_answer = b""  # goes out ahead of each SUBACK
@@ -70,6 +84,8 @@ class ScriptedBroker:
         self.connects = []
         self.publishes = []
         self.subscribes = []
+        self.unsubscribes = []
+        self.packets = []  # the kinds of all packets of clients, in order
         self.acknowledged = []  # identifiers of messages to the client, as its PUBACKs and PUBCOMPs came
         self.disconnects = 0
         self.closed = 0
@@ -84,6 +100,7 @@ class ScriptedBroker:
 
     def close(self):
         self._listener.close()
+        self.reading.set()
         self.drop_all()
 
     def drop_all(self):
@@ -93,9 +110,10 @@ class ScriptedBroker:
                 connection.shutdown(socket.SHUT_RDWR)
 
     def send_all(self, data):
-        """Sends these bytes on every connection, whatever they mean."""
+        """Sends these bytes on every connection that is open, whatever they mean."""
         for connection in self._sockets:
-            connection.sendall(data)
+            if connection.fileno() >= 0:
+                connection.sendall(data)
 
     def publish(self, topic, payload=b"", qos=0, identifier=1, retain=False):
         self.send_all(publish_packet(topic, payload, qos, identifier, retain))
@@ -124,12 +142,16 @@ class ScriptedBroker:
             if self._tls:
                 connection = self._tls.wrap_socket(connection, server_side=True)
                 self.ciphers.append(connection.cipher()[:2])
+            if self.hang_up_at_once:
+                return
+            connection.sendall(self.greeting)
             while self.silent:
                 if not connection.recv(4096):
                     return
             while packet := self._read_packet(connection):
                 if not self._handle(connection, *packet):
                     return
+                self.reading.wait()
         except (OSError, ssl.SSLError) as error:
             self.errors.append(str(error))
         finally:
@@ -159,12 +181,14 @@ class ScriptedBroker:
         return data
 
     def _handle(self, connection, kind, flags, body):
+        self.packets.append(kind)
         if kind == CONNECT:
             self.connects.append(decode_connect(body))
             if self.hang_up:
                 return False
-            connection.sendall(bytes([CONNACK << 4, 2, int(self.session_present), self.refuse]))
-            return self.refuse == 0
+            answer = bytes([CONNACK << 4, 2, int(self.session_present), self.refuse])
+            connection.sendall(answer + self.after_connect_answer)
+            return self.refuse == 0 and not self.hang_up_connected
         if kind == PUBLISH:
             publish = decode_publish(flags, body)
             self.publishes.append(publish)
@@ -180,6 +204,7 @@ class ScriptedBroker:
         elif kind == PUBREC:
             connection.sendall(bytes([PUBREL << 4 | 2, 2]) + body[:2])
         elif kind == UNSUBSCRIBE:
+            self.unsubscribes.append(decode_unsubscribe(body))
             self._send_short(connection, UNSUBACK, body)
         elif kind == DISCONNECT:
             self.disconnects += 1
@@ -188,7 +213,7 @@ class ScriptedBroker:
 
     def _on_subscribe(self, connection, subscribe):
         self.subscribes.append(subscribe)
-        codes = bytes(qos if self.grant is None else self.grant for _, qos in subscribe.topics)
+        codes = bytes(self._grant(topic, qos) for topic, qos in subscribe.topics)
         answer = packet(SUBACK << 4, struct.pack(">H", subscribe.identifier) + codes)
         connection.sendall(self.before_subscribe_answer)
         if self.cut_subscribe_answer:
@@ -197,6 +222,11 @@ class ScriptedBroker:
         if self.answer_subscribe:
             connection.sendall(answer + self.after_subscribe_answer)
         return True
+
+    def _grant(self, topic, qos):
+        if topic in self.refused_filters:
+            return 0x80
+        return qos if self.grant is None else self.grant
 
     def _on_publish(self, connection, publish):
         if publish.qos == 0:
@@ -211,6 +241,7 @@ class ScriptedBroker:
         return True
 
     def _answer_publish(self, connection, publish):
+        time.sleep(self.acknowledgement_delay)
         kind = PUBACK if publish.qos == 1 else PUBREC
         self._send_short(connection, kind, struct.pack(">H", publish.identifier))
 
@@ -262,6 +293,14 @@ def decode_subscribe(body):
     while reader.data:
         topics.append((reader.text(), reader.number(1)))
     return Subscribe(topics, identifier, time.monotonic())
+
+
+def decode_unsubscribe(body):
+    reader = _Reader(body)
+    identifier, topics = reader.number(), []
+    while reader.data:
+        topics.append(reader.text())
+    return Unsubscribe(topics, identifier, time.monotonic())
 
 
 def packet(head, body, announced=None):

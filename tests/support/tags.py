@@ -75,11 +75,22 @@ class TagMemory:
         self._map.close()
 
     @staticmethod
-    def _at(position, size):
+    def _find(position, size):
         for first, base in ((0, PLAIN_AT), (OPERAND_BASE, OPERANDS_AT)):
             if first <= position and position + size <= first + WINDOW:
                 return base + position - first
-        raise ValueError(f"no tag memory at {position:#x}")
+        return None
+
+    @classmethod
+    def is_there(cls, position, size=1):
+        return cls._find(position, size) is not None
+
+    @classmethod
+    def _at(cls, position, size):
+        found = cls._find(position, size)
+        if found is None:
+            raise ValueError(f"no tag memory at {position:#x}")
+        return found
 
     def read(self, position, size):
         start = self._at(position, size)

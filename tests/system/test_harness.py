@@ -7,7 +7,7 @@ from xml.etree import ElementTree
 
 import paho.mqtt.client
 
-from support import certs, configuration, device as device_support, records, tags
+from support import certs, configuration, records, requests, tags
 from support.scriptedbroker import Will, tls12_context
 from support.waiting import wait_until
 
@@ -24,7 +24,8 @@ def connected_client(port=1883, **options):
 def test_each_test_has_a_controller_of_its_own():
     assert os.listdir("/VEL") == []
     assert not pathlib.Path(tags.SHARED_MEMORY).exists()
-    device_support.create_queue()
+    assert not pathlib.Path("/dev/mqueue/MQTTQueue").exists()
+    requests.Queue().close()
 
 
 def test_scripted_broker_decodes_a_connect(scripted):
