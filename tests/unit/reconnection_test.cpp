@@ -1,6 +1,8 @@
 #include "Services/mqttStatusLogManager.h"
 #include "unittest.h"
 
+#include <cstdlib>
+#include <malloc.h>
 #include <memory>
 #include <thread>
 
@@ -578,6 +580,41 @@ TEST_F(Session, aBrokerThatSendsBeforeItAnswersHoldsTheOthersUpOnceOnly)
     EXPECT_GE(times[0], 100ms);
     EXPECT_LT(times[1], times[0]);
     EXPECT_LT(times[2], times[0]);
+}
+
+// Bytes in use on the heap; 0 where a sanitizer has put its own in place.
+std::size_t heapInUse()
+{
+    return mallinfo2().uordblks;
+}
+
+// LOSSES in the environment sets another number of losses; 100,000 take a minute.
+TEST_F(Reconnection, lossesAndReconnectionsLeaveNoMemoryBehind)
+{
+    const char* wanted = std::getenv("LOSSES");
+    const int losses = wanted ? std::atoi(wanted) : 500;
+    add(CT_SUBSCRIBER, "s0");
+    broker.CleanSessionFlag = false;
+    broker.ConnectionInterval = 1;
+    FakeMqttClient::state().sessionPresent = 1;
+    const auto loseAndReturn = [this] {
+        loseConnection();
+        ASSERT_EQ(broker.m_Connected, 1);
+        // What the fakes keep of each call.
+        FakeMqttClient::state().calls.clear();
+        FakeMqttClient::state().connects.clear();
+        FakeTagMemory::state().writes.clear();
+        FakeTagMemory::state().reads.clear();
+        FakeSleep::waits().clear();
+        events.clear();
+    };
+    for (int i = 0; i < 50; ++i)
+        loseAndReturn();
+    const std::size_t before = heapInUse();
+    for (int i = 0; i < losses; ++i)
+        loseAndReturn();
+    EXPECT_EQ(broker.SubDuringCLIdxList.size(), static_cast<std::uint64_t>(losses) + 50);
+    EXPECT_LT(heapInUse(), before + 16 * 1024);
 }
 
 TEST_F(Reconnection, manyLossesTakeNoMemoryAndCountOn)
