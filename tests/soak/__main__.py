@@ -2,6 +2,7 @@
 
 import argparse
 import concurrent.futures
+import os
 import pathlib
 import subprocess
 import sys
@@ -23,8 +24,9 @@ and one line at its end.
   queuestorm[=RECORDS]   random records on the request queue at full speed: every valid request gets its right answer
   signals[=ROUNDS]       the signal that ends the service, in each of many states; signals-STATE is one of them
 
-BUILD_DIR selects the build (default build/release), so that builds with sanitizers can be used. Exit status: 0 when all
-runs passed, 1 when one failed."""
+With --quick the service is one whose waits of half a second and more take a twentieth of their time, so that a thousand
+rounds fit into minutes. BUILD_DIR selects the build (default build/release), so that builds with sanitizers can be used.
+Exit status: 0 when all runs passed, 1 when one failed."""
 
 MODULES = {"pausestart": pausestart, "restarts": restarts, "queuestorm": queuestorm, "signals": signals}
 
@@ -33,6 +35,8 @@ def main():
     arguments = parse()
     if arguments.inside:
         return run_inside(*arguments.runs[0])
+    if arguments.quick:
+        os.environ["SERVICE_PROGRAM"] = "soak_service"
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         results = list(pool.map(run_in_sandbox, *zip(*arguments.runs)))
     failed = [name for (name, _), passed in zip(arguments.runs, results) if not passed]
@@ -46,6 +50,7 @@ def parse():
     )
     parser.add_argument("runs", nargs="*", metavar="NAME[=NUMBER]", help="the runs; all of them by default")
     parser.add_argument("--short", action="store_true", help="small numbers, as one of the checks of a change")
+    parser.add_argument("--quick", action="store_true", help="with a service whose long waits are shortened")
     parser.add_argument("--jobs", type=int, default=4, help="how many runs at a time (default 4)")
     parser.add_argument("--inside", action="store_true", help=argparse.SUPPRESS)
     arguments = parser.parse_args()

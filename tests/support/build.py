@@ -1,4 +1,6 @@
-"""Which build is tested, and what it was built with. BUILD_DIR selects it; the default is what ships."""
+"""Which build is tested, and what it was built with. BUILD_DIR selects it; the default is what ships.
+
+SERVICE_PROGRAM names another program of the build to stand in for the service."""
 
 import functools
 import os
@@ -7,7 +9,7 @@ import pathlib
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 DIRECTORY = REPOSITORY / os.environ.get("BUILD_DIR", "build/release")
 
-SERVICE = DIRECTORY / "bin" / "MQTTClientManager"
+SERVICE = DIRECTORY / "bin" / os.environ.get("SERVICE_PROGRAM", "MQTTClientManager")
 CLIENT_LIBRARY_SPY = DIRECTORY / "lib" / "libpahospy.so"
 SANDBOX = REPOSITORY / "scripts" / "sandbox"
 
