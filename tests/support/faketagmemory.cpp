@@ -41,6 +41,12 @@ std::vector<std::uint8_t> bytesAt(unsigned long address, std::size_t size)
     return bytes;
 }
 
+std::size_t writeCount()
+{
+    const std::lock_guard lock(bookkeeping);
+    return state().writes.size();
+}
+
 std::vector<std::vector<std::uint8_t>> writesAt(unsigned long address)
 {
     const std::lock_guard lock(bookkeeping);

@@ -47,6 +47,8 @@ void reset();
 
 void put(unsigned long address, const std::vector<std::uint8_t>& bytes);
 std::vector<std::uint8_t> bytesAt(unsigned long address, std::size_t size);
+// Of all writes, also while another thread may write.
+std::size_t writeCount();
 // Writes at this address, first to last.
 std::vector<std::vector<std::uint8_t>> writesAt(unsigned long address);
 

@@ -498,7 +498,7 @@ TEST_F(ArrivalDuringRequest, noMessageIsTouchedWhileTheRequestIsWritten)
         FakeMqttClient::state().duringSubscribe = [&](MQTTClient) {
             arriveBeside("line/set");
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            const std::size_t writesInside = FakeTagMemory::state().writes.size();
+            const std::size_t writesInside = FakeTagMemory::writeCount();
             isProven = Clock::now() - begin < std::chrono::milliseconds(4);
             EXPECT_TRUE(!isProven || writesInside == 0);
         };
@@ -538,7 +538,7 @@ TEST_F(ArrivalDuringRequest, noMessageIsTouchedWhenTheAnswerIsLongOverdue)
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
         arriveBeside("line/set");
         std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        writesInside = FakeTagMemory::state().writes.size();
+        writesInside = FakeTagMemory::writeCount();
         consumedInside = consumed;
         FakeMqttClient::setConnected(handle, false);
     };

@@ -414,7 +414,7 @@ TEST_F(Loop, leavesABrokerToTheLoopOfANewerLoss)
     FakeMqttClient::state().duringConnect = [this] {
         FakeMqttClient::state().duringConnect = nullptr;
         broker.ConnectionInterval = 0; // the newer loop has nothing to do
-        FakeMqttClient::loseConnection(broker.m_MQTTClient);
+        loseConnection();
         broker.ConnectionInterval = 6;
     };
     loop();
