@@ -21,7 +21,7 @@ NONE, HANDING_OVER, WAITING = range(3)
 # How long the service shows each state, and how often it looks at the bits, in seconds; and what a busy machine adds.
 PAUSE_LENGTH = 1.0
 CHECK_PERIOD = 0.4
-LATENESS = 0.35
+LATENESS = 0.9
 
 
 def buffered(identifier=1, **attributes):

@@ -371,7 +371,7 @@ def test_pause_does_not_wait_for_a_loop_that_sleeps(device, scripted):
     device.wait_code(records.CONNECTION_LOST)
     request = device.requests.send(PAUSE)
     assert request.wait() == DONE
-    assert request.seconds() < 2
+    assert request.seconds() < 4  # the interval
     assert busy_lines() == []
     start(device)
     # The loop of the loss before the pause wakes up meanwhile, and has nothing to do any more.

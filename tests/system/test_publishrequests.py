@@ -68,7 +68,7 @@ def test_sends_that_are_refused_are_answered_at_once(device, mosquitto):
         for identifier, answer in answers.items():
             request = device.requests.send(opcode, identifier)
             assert request.wait() == [2, answer], (opcode, identifier)
-            assert request.seconds() < 0.3
+            assert request.seconds() < SEND_PAUSE
     assert device.statistics().sent == 0
     assert device.tags.journal(configuration.STATISTICS_AT) == []
 

