@@ -10,14 +10,6 @@
 #include "Utils/sharedscalar.h"
 #include "Utils/sharedtext.h"
 
-// What m_BufferedDataStatus tells the control application.
-enum BufferedDataStatus : std::uint8_t
-{
-    BDS_NONE = 0,
-    BDS_HANDING_OVER = 1, // the tag is being written
-    BDS_WAITING = 2       // messages wait in the queue
-};
-
 // One configured subscription: a topic filter on one broker, and the tag that its messages fill.
 //   subscriber.cpp           subscribing, what becomes of the connection, the records
 //   subscriber_arrival.cpp   a message on its way into the tag, or into the queue of a buffered subscription

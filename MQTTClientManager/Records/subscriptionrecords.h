@@ -3,6 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 
+// What m_BufferedDataStatus tells the control application.
+enum BufferedDataStatus : std::uint8_t
+{
+    BDS_NONE = 0,
+    BDS_HANDING_OVER = 1, // the tag is being written
+    BDS_WAITING = 2       // messages wait in the queue
+};
+
 #pragma pack(push, 1)
 
 // A subscription's state, at its SubAddr in tag memory. Little-endian, offsets binding.
@@ -14,7 +22,7 @@ struct SubscriberStatusStruct
     std::uint8_t m_QueueFull;          // 1 while the queue of a buffered subscription is full
     char16_t m_LastMessageTopic[256];  // zero-terminated; what follows the terminator has no meaning
     std::uint32_t m_LastMessageUTC;    // seconds since 1970
-    std::uint8_t m_BufferedDataStatus; // 0 none, 1 a message is being handed over, 2 messages wait
+    std::uint8_t m_BufferedDataStatus; // a BufferedDataStatus
     std::uint8_t Padding[3];
 };
 

@@ -1,13 +1,11 @@
 #include "handshake.h"
 
-#include "subscriptionreport.h"
-
 namespace plcctl {
 
 void Handshake::begin(const Look& look)
 {
     const std::uint8_t state = look.marks.empty() ? look.record.m_BufferedDataStatus : look.marks.back();
-    if (state == BufferedHandingOver)
+    if (state == BDS_HANDING_OVER)
         m_handingOverSince = look.time;
 }
 
@@ -28,13 +26,13 @@ void Handshake::cleared()
 void Handshake::followMarks(const Look& look, std::vector<HandshakeEvent>& events)
 {
     for (const std::uint8_t mark : look.marks) {
-        if (mark != BufferedWaiting)
+        if (mark != BDS_WAITING)
             m_asked = false;
-        if (mark == BufferedHandingOver) {
+        if (mark == BDS_HANDING_OVER) {
             m_handingOverSince = look.time;
             m_waitingSince.reset();
             events.push_back(HandshakeEvent::HandingOver);
-        } else if (mark == BufferedNone) {
+        } else if (mark == BDS_NONE) {
             m_handingOverSince.reset();
             events.push_back(HandshakeEvent::HandedOver);
         }
@@ -71,7 +69,7 @@ void Handshake::followRecord(const Look& look, std::vector<HandshakeEvent>& even
 
 bool Handshake::messageWaits(const Look& look)
 {
-    const bool odd = look.record.m_ReceivedBit != 0 && look.record.m_BufferedDataStatus != BufferedWaiting;
+    const bool odd = look.record.m_ReceivedBit != 0 && look.record.m_BufferedDataStatus != BDS_WAITING;
     if (!odd) {
         m_oddSince.reset();
         return look.record.m_ReceivedBit != 0;

@@ -58,11 +58,11 @@ std::string lastMessage(const SubscriberStatusStruct& record)
 std::string handOver(std::uint8_t state, bool buffered)
 {
     switch (state) {
-    case BufferedNone:
+    case BDS_NONE:
         return buffered ? "; buffered, nothing waits" : "";
-    case BufferedHandingOver:
+    case BDS_HANDING_OVER:
         return "; a message is being handed over";
-    case BufferedWaiting:
+    case BDS_WAITING:
         return "; messages wait";
     default:
         return "; unknown hand-over state " + std::to_string(state);

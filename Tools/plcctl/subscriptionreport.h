@@ -11,14 +11,6 @@
 
 namespace plcctl {
 
-// Values of a record's m_BufferedDataStatus.
-enum BufferedData : std::uint8_t
-{
-    BufferedNone = 0,
-    BufferedHandingOver = 1,
-    BufferedWaiting = 2
-};
-
 // A subscription's record as it stood in tag memory at one moment.
 struct SubscriptionStatus
 {
