@@ -1,8 +1,8 @@
 #include "Utils/rwjson.h"
 
+#include "Utils/filecontent.h"
+
 #include <algorithm>
-#include <QFile>
-#include <QFileInfo>
 #include <QJsonDocument>
 #include <QTextStream>
 #include <QVariantMap>
@@ -11,12 +11,6 @@ namespace {
 
 // Settings are small; more than this is something else.
 constexpr qint64 LargestFile = 16 << 20; // bytes
-
-// False also for what is no regular file: a pipe or a device might never end.
-bool openFile(QFile& file, QIODevice::OpenMode mode)
-{
-    return (!file.exists() || QFileInfo(file).isFile()) && file.open(mode);
-}
 
 // What the file holds; an empty object where it is no JSON object.
 QJsonObject parseObject(QFile& file)
@@ -29,21 +23,21 @@ QJsonObject parseObject(QFile& file)
 
 bool writeObject(const QString& fileName, const QJsonObject& object)
 {
-    QFile file(fileName);
-    if (!openFile(file, QIODevice::WriteOnly))
-        return false;
-    const QByteArray text = QJsonDocument(object).toJson();
-    return file.write(text) == text.size() && file.flush();
+    return FileContent::replaceContent(fileName, QJsonDocument(object).toJson());
 }
 
 template<typename Change>
 bool changeObject(const QString& fileName, Change change)
 {
+    QJsonObject object;
     QFile file(fileName);
-    if (!openFile(file, QIODevice::ReadWrite))
-        return false;
-    QJsonObject object = parseObject(file);
-    file.close();
+    if (file.exists()) {
+        // What is too large to be read would be lost.
+        if (!FileContent::open(file, QIODevice::ReadWrite) || file.size() > LargestFile)
+            return false;
+        object = parseObject(file);
+        file.close();
+    }
     change(object);
     return writeObject(fileName, object);
 }
@@ -82,7 +76,7 @@ QStringList RWJson::readValuesFromJsonFile(const QString& fileName, QStringList 
 QJsonObject RWJson::readJsonObjectFromJsonFile(const QString& fileName)
 {
     QFile file(fileName);
-    if (!openFile(file, QIODevice::ReadOnly))
+    if (!FileContent::open(file, QIODevice::ReadOnly))
         return {};
     return parseObject(file);
 }

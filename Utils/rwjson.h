@@ -17,12 +17,14 @@ public:
     static QStringList readValuesFromJsonFile(const QString& fileName, QStringList keys);
     static QJsonObject readJsonObjectFromJsonFile(const QString& fileName);
 
-    // The writers keep the other keys of the file. They return false when the file can't be opened or written.
+    // The writers keep the other keys of the file; one that holds no JSON object, or is missing, begins anew. They
+    // return false when the file can't be opened or written; then it holds what it held, also on a full disk.
     static bool writeToJsonFile(const QString& fileName, QString key, QString value);
     static bool writeBoolToJsonFile(const QString& fileName, QString key, bool value);
     static bool writeIntToJsonFile(const QString& fileName, QString key, int value);
     // As many pairs as both lists have.
     static bool writeValuesToJsonFile(const QString& fileName, QStringList keys, QStringList values);
+    // Replaces all that the file holds.
     static bool writeJsonObjectToJsonFile(const QString& fileName, QJsonObject& object);
     static bool removeKeyFromJsonFile(const QString& fileName, QString key);
 };

@@ -7,6 +7,7 @@
 namespace {
 
 constexpr int MostOutput = 16 << 20; // bytes
+constexpr qint64 LongestWait = 100;  // ms, between two looks whether the program is still wanted
 
 // Takes what has arrived out of the process's buffer, which would grow without bound.
 void takeOutput(QProcess& process, QByteArray& output)
@@ -19,7 +20,8 @@ void takeOutput(QProcess& process, QByteArray& output)
 
 namespace ScriptRunner {
 
-std::optional<QByteArray> run(const QString& program, const QStringList& arguments, std::chrono::milliseconds timeout)
+std::optional<QByteArray> run(const QString& program, const QStringList& arguments, std::chrono::milliseconds timeout,
+                              bool (*isGivenUp)())
 {
     QProcess process;
     process.setStandardErrorFile(QProcess::nullDevice());
@@ -27,8 +29,8 @@ std::optional<QByteArray> run(const QString& program, const QStringList& argumen
 
     const QDeadlineTimer deadline(timeout);
     QByteArray output;
-    while (process.state() != QProcess::NotRunning && !deadline.hasExpired()) {
-        process.waitForReadyRead(static_cast<int>(deadline.remainingTime()));
+    while (process.state() != QProcess::NotRunning && !deadline.hasExpired() && !(isGivenUp && isGivenUp())) {
+        process.waitForReadyRead(static_cast<int>(std::min(deadline.remainingTime(), LongestWait)));
         takeOutput(process, output);
     }
     if (process.state() != QProcess::NotRunning) {
@@ -42,13 +44,14 @@ std::optional<QByteArray> run(const QString& program, const QStringList& argumen
     return output;
 }
 
-std::optional<QByteArray> runCommandLine(const QString& commandLine, std::chrono::milliseconds timeout)
+std::optional<QByteArray> runCommandLine(const QString& commandLine, std::chrono::milliseconds timeout,
+                                         bool (*isGivenUp)())
 {
     QStringList words = QProcess::splitCommand(commandLine);
     if (words.isEmpty())
         return std::nullopt;
     const QString program = words.takeFirst();
-    return run(program, words, timeout);
+    return run(program, words, timeout, isGivenUp);
 }
 
 } // namespace ScriptRunner

@@ -2,7 +2,7 @@
 
 #include "logging.h"
 #include "Services/mqttmanagerservices.h"
-#include "Services/xmldocumentreader.h"
+#include "Utils/xmldocumentreader.h"
 
 #include <QStringList>
 
@@ -17,11 +17,22 @@ MQTTXmlParser* MQTTXmlParser::instance()
 
 MQTTXmlParser::MQTTXmlParser() : m_services(MQTTManagerServices::instance()) {}
 
+XmlDocumentReader::Outcome MQTTXmlParser::readDocument(const QString& fileName, QDomDocument& document)
+{
+    XmlDocumentReader::ContentError error;
+    const auto outcome = XmlDocumentReader::read(fileName, QIODevice::ReadWrite, document, error);
+    if (outcome == XmlDocumentReader::Outcome::InvalidContent) {
+        PLOG_ERROR << QString("invalid content due to %1 (line=%2 | column=%3)")
+                          .arg(error.message, QString::number(error.line), QString::number(error.column));
+    }
+    return outcome;
+}
+
 bool MQTTXmlParser::ParseXMLFileGeneralCfg(QString fileName, QString& version, unsigned int& statisticsAddress,
                                            unsigned int& generalAddress)
 {
     QDomDocument document("GeneralCfg Config_file");
-    if (XmlDocumentReader::read(fileName, document) != XmlDocumentReader::Outcome::Read)
+    if (readDocument(fileName, document) != XmlDocumentReader::Outcome::Read)
         return false;
     const QDomElement root = document.firstChildElement("ClientConf");
     version = root.attribute("Version");
@@ -36,7 +47,7 @@ bool MQTTXmlParser::ParseXMLFileGeneralCfg(QString fileName, QString& version, u
 
 bool MQTTXmlParser::openEntityFile(const QString& fileName, QDomDocument& document) const
 {
-    const auto outcome = XmlDocumentReader::read(fileName, document);
+    const auto outcome = readDocument(fileName, document);
     if (outcome == XmlDocumentReader::Outcome::NotOpened) {
         PLOG_ERROR << "can't open xml file for read";
     }

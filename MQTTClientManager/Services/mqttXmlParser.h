@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Entities/mqttcallerbase.h"
+#include "Utils/xmldocumentreader.h"
 
 #include <QDomElement>
 #include <QList>
@@ -57,6 +58,11 @@ private:
     template<typename ReadEntry>
     bool parseEntityFile(const QString& fileName, const EntityFile& layout, QString& version, ReadEntry readEntry);
 
+    // Numbers out of range become 0.
+    template<typename Record>
+    void validateFormat(Record& record) const;
+    // Invalid content is logged.
+    static XmlDocumentReader::Outcome readDocument(const QString& fileName, QDomDocument& document);
     bool openEntityFile(const QString& fileName, QDomDocument& document) const;
     [[nodiscard]] ClientBroker readBroker(const QDomElement& element) const;
     [[nodiscard]] Publisher readPublication(const QDomElement& element) const;

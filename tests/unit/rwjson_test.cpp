@@ -1,7 +1,10 @@
+#include "fileconditions.h"
 #include "unittest.h"
 #include "Utils/rwjson.h"
 
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
 #include <sys/stat.h>
 
 namespace {
@@ -127,6 +130,90 @@ TEST(SettingsFile, sayWhenAFileCannotBeWritten)
 {
     EXPECT_FALSE(RWJson::writeToJsonFile("/nonexistent/file", "a", "b"));
     EXPECT_TRUE(RWJson::readJsonObjectFromJsonFile("/nonexistent/file").isEmpty());
+}
+
+TEST(SettingsFile, aWriterThatAddsOrRemovesTouchesNoOtherKey)
+{
+    const TestFile file(R"({"a": [1, {"b": null}], "c": 1.5, "d": "Größe"})");
+    EXPECT_TRUE(RWJson::writeToJsonFile(file.path(), "e", "\"quoted\"\n"));
+    EXPECT_TRUE(RWJson::removeKeyFromJsonFile(file.path(), "none"));
+    EXPECT_EQ(RWJson::readFromJsonFile(file.path(), "e"), "\"quoted\"\n");
+    EXPECT_TRUE(RWJson::removeKeyFromJsonFile(file.path(), "e"));
+    EXPECT_EQ(QJsonDocument::fromJson(contentOf(file.path())),
+              QJsonDocument::fromJson(R"({"a": [1, {"b": null}], "c": 1.5, "d": "Größe"})"));
+}
+
+TEST(SettingsFile, aValueThatIsMissingEndsTheListOfPairs)
+{
+    const TestFile file("{}");
+    EXPECT_TRUE(RWJson::writeValuesToJsonFile(file.path(), {"a", "b"}, {"1"}));
+    EXPECT_EQ(RWJson::readJsonObjectFromJsonFile(file.path()), (QJsonObject{{"a", "1"}}));
+}
+
+TEST(SettingsFile, deepNestingReadsAsNothing)
+{
+    const TestFile file("{\"plcName\": " + QByteArray("[").repeated(1'000'000) + QByteArray("]").repeated(1'000'000) +
+                        "}");
+    EXPECT_TRUE(RWJson::readFromJsonFile(file.path(), "plcName").isNull());
+    EXPECT_TRUE(RWJson::readJsonObjectFromJsonFile(file.path()).isEmpty());
+    const TestFile deepest("{\"plcName\": \"x\", \"deep\": " + QByteArray("[").repeated(1000) +
+                           QByteArray("]").repeated(1000) + "}");
+    EXPECT_EQ(RWJson::readFromJsonFile(deepest.path(), "plcName"), "x");
+    EXPECT_TRUE(RWJson::writeIntToJsonFile(deepest.path(), "more", 1));
+    EXPECT_EQ(RWJson::readValuesFromJsonFile(deepest.path(), {"plcName", "more"}), (QStringList{"x", "1"}));
+}
+
+TEST(SettingsFile, oneThatIsTooLargeIsNeitherReadNorReplaced)
+{
+    const TestFile file(R"({"plcName": "x"})");
+    constexpr qint64 Huge = qint64{1} << 40;
+    ASSERT_TRUE(QFile::resize(file.path(), Huge));
+    EXPECT_TRUE(RWJson::readFromJsonFile(file.path(), "plcName").isNull());
+    EXPECT_FALSE(RWJson::writeToJsonFile(file.path(), "plcName", "y"));
+    EXPECT_FALSE(RWJson::removeKeyFromJsonFile(file.path(), "plcName"));
+    EXPECT_EQ(QFileInfo(file.path()).size(), Huge);
+}
+
+using Writer = bool (*)(const QString& path);
+
+const Writer Writers[] = {
+    [](const QString& path) { return RWJson::writeToJsonFile(path, "plcName", QString(9000, 'x')); },
+    [](const QString& path) { return RWJson::writeBoolToJsonFile(path, QString(9000, 'x'), true); },
+    [](const QString& path) { return RWJson::writeIntToJsonFile(path, QString(9000, 'x'), 1); },
+    [](const QString& path) { return RWJson::writeValuesToJsonFile(path, {"plcName"}, {QString(9000, 'x')}); },
+    [](const QString& path) {
+        QJsonObject object{{"a", QString(9000, 'x')}};
+        return RWJson::writeJsonObjectToJsonFile(path, object);
+    },
+};
+
+TEST(SettingsFile, withoutWritePermissionKeepsItsContent)
+{
+    for (const Writer write : Writers) {
+        const TestFile file(Sample);
+        const auto writeWithMode = [&](unsigned mode) {
+            setReachable(file.path(), mode);
+            const Unprivileged nobody;
+            return write(file.path());
+        };
+        EXPECT_FALSE(writeWithMode(0444));
+        EXPECT_EQ(contentOf(file.path()), Sample);
+        EXPECT_TRUE(writeWithMode(0666));
+    }
+    const TestFile file(Sample);
+    setReachable(file.path(), 0444);
+    const Unprivileged nobody;
+    EXPECT_FALSE(RWJson::removeKeyFromJsonFile(file.path(), "plcName"));
+}
+
+TEST(SettingsFile, onAFullDiskKeepsItsContent)
+{
+    const QByteArray page = Sample + QByteArray(4096 - Sample.size(), ' ');
+    for (const Writer write : Writers)
+        EXPECT_EQ(writeOnFullDisk(page, write), WriteOutcome::Refused);
+    EXPECT_EQ(writeOnFullDisk(page, [](const QString& path) { return RWJson::removeKeyFromJsonFile(path, "empty"); }),
+              WriteOutcome::Written);
+    EXPECT_EQ(makeOnFullDisk(Writers[0]), WriteOutcome::Refused);
 }
 
 } // namespace

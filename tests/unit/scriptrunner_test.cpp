@@ -68,4 +68,14 @@ TEST(ScriptRunner, givesUpOnAProgramThatHangs)
     EXPECT_LT(timer.elapsed(), 5000);
 }
 
+TEST(ScriptRunner, endsAProgramThatIsGivenUp)
+{
+    static QElapsedTimer timer;
+    timer.start();
+    EXPECT_FALSE(ScriptRunner::run("/bin/sh", {"-c", "exec sleep 300"}, 300s, [] { return timer.hasExpired(200); }));
+    EXPECT_GE(timer.elapsed(), 200);
+    EXPECT_FALSE(ScriptRunner::runCommandLine("/bin/sleep 300", 300s, [] { return true; }));
+    EXPECT_LT(timer.elapsed(), 60'000);
+}
+
 } // namespace

@@ -1,5 +1,6 @@
-#include "Services/xmldocumentreader.h"
+#include "fileconditions.h"
 #include "unittest.h"
+#include "Utils/xmldocumentreader.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -10,10 +11,15 @@ namespace {
 
 using XmlDocumentReader::Outcome;
 
-class DocumentReader : public ServiceTest
+class DocumentReader : public testing::Test
 {
 protected:
-    Outcome read(const QByteArray& content) { return XmlDocumentReader::read(TestFile(content).path(), document); }
+    Outcome read(const QByteArray& content) { return readFile(TestFile(content).path()); }
+
+    Outcome readFile(const QString& path)
+    {
+        return XmlDocumentReader::read(path, QIODevice::ReadWrite, document, error);
+    }
 
     static QByteArray nested(int depth)
     {
@@ -21,6 +27,7 @@ protected:
     }
 
     QDomDocument document;
+    XmlDocumentReader::ContentError error;
 };
 
 TEST_F(DocumentReader, readsWellFormedContent)
@@ -33,18 +40,37 @@ TEST_F(DocumentReader, aMissingFileIsNotMade)
 {
     const QTemporaryDir directory;
     const QString path = directory.filePath("none.xml");
-    EXPECT_EQ(XmlDocumentReader::read(path, document), Outcome::NotOpened);
+    EXPECT_EQ(readFile(path), Outcome::NotOpened);
     EXPECT_FALSE(QFileInfo::exists(path));
+}
+
+TEST_F(DocumentReader, aFileWithoutWritePermissionIsOpenedForReadingOnly)
+{
+    const TestFile file("<a/>");
+    setReachable(file.path(), 0444);
+    const Unprivileged nobody;
+    EXPECT_EQ(readFile(file.path()), Outcome::NotOpened);
+    EXPECT_EQ(XmlDocumentReader::read(file.path(), QIODevice::ReadOnly, document, error), Outcome::Read);
+}
+
+TEST_F(DocumentReader, contentInMemoryHasTheSameLimits)
+{
+    EXPECT_FALSE(XmlDocumentReader::parse(nested(256), document));
+    EXPECT_EQ(document.documentElement().tagName(), "a");
+    EXPECT_TRUE(XmlDocumentReader::parse(nested(257), document));
+    const auto tooLarge = XmlDocumentReader::parse(QByteArray(XmlDocumentReader::LargestFile + 1, ' '), document);
+    ASSERT_TRUE(tooLarge);
+    EXPECT_EQ(tooLarge->message, "a size above 16777216 bytes");
 }
 
 TEST_F(DocumentReader, onlyRegularFilesAreOpened)
 {
     const QTemporaryDir directory;
-    EXPECT_EQ(XmlDocumentReader::read(directory.path(), document), Outcome::NotOpened);
-    EXPECT_EQ(XmlDocumentReader::read("/dev/zero", document), Outcome::NotOpened);
+    EXPECT_EQ(readFile(directory.path()), Outcome::NotOpened);
+    EXPECT_EQ(readFile("/dev/zero"), Outcome::NotOpened);
     const QString pipe = directory.filePath("pipe");
     ASSERT_EQ(mkfifo(pipe.toUtf8().constData(), 0600), 0);
-    EXPECT_EQ(XmlDocumentReader::read(pipe, document), Outcome::NotOpened);
+    EXPECT_EQ(readFile(pipe), Outcome::NotOpened);
 }
 
 TEST_F(DocumentReader, malformedContentIsInvalid)
@@ -60,10 +86,10 @@ TEST_F(DocumentReader, elementsMayBeNested256Deep)
 
 TEST_F(DocumentReader, deeperElementsAreInvalidAndNamed)
 {
-    const LogCapture log;
     EXPECT_EQ(read(nested(257)), Outcome::InvalidContent);
-    EXPECT_THAT(log.lines(), testing::ElementsAre(testing::StartsWith(
-                                 "ERROR invalid content due to elements nested deeper than 256 (line=1 | column=")));
+    EXPECT_EQ(error.message, "elements nested deeper than 256");
+    EXPECT_EQ(error.line, 1);
+    EXPECT_EQ(error.column, 257 * 3);
 }
 
 TEST_F(DocumentReader, aHundredThousandLevelsDoNotHurt)
@@ -84,11 +110,10 @@ TEST_F(DocumentReader, nestingBehindAMistakeThatIsAcceptedIsSeen)
 // Entities and content models can take any amount of time, memory and stack.
 TEST_F(DocumentReader, aDocumentTypeWithDeclarationsIsInvalid)
 {
-    const LogCapture log;
     EXPECT_EQ(read("<!DOCTYPE r [<!ENTITY a 'b'>]><r/>"), Outcome::InvalidContent);
-    EXPECT_THAT(log.lines(),
-                testing::ElementsAre("ERROR invalid content due to a document type with declarations of its "
-                                     "own (line=1 | column=1)"));
+    EXPECT_EQ(error.message, "a document type with declarations of its own");
+    EXPECT_EQ(error.line, 1);
+    EXPECT_EQ(error.column, 1);
 }
 
 TEST_F(DocumentReader, declarationsAreFoundWhateverStandsAheadOfThem)
@@ -131,20 +156,17 @@ TEST_F(DocumentReader, fiftyThousandElementsAreTheMost)
 {
     const QByteArray list = QByteArray("<a/>").repeated(49'999);
     EXPECT_EQ(read("<r>" + list + "</r>"), Outcome::Read);
-    const LogCapture log;
     EXPECT_EQ(read("<r>" + list + "<a/></r>"), Outcome::InvalidContent);
-    EXPECT_THAT(log.lines(),
-                testing::ElementsAre(testing::StartsWith("ERROR invalid content due to more than 50000 elements")));
+    EXPECT_EQ(error.message, "more than 50000 elements");
 }
 
 TEST_F(DocumentReader, aHugeFileIsNotRead)
 {
     const TestFile file("");
     ASSERT_EQ(truncate(file.path().toUtf8().constData(), qint64{1} << 40), 0);
-    const LogCapture log;
-    EXPECT_EQ(XmlDocumentReader::read(file.path(), document), Outcome::InvalidContent);
-    EXPECT_THAT(log.lines(),
-                testing::ElementsAre(testing::StartsWith("ERROR invalid content due to a size above 16777216 bytes")));
+    EXPECT_EQ(readFile(file.path()), Outcome::InvalidContent);
+    EXPECT_EQ(error.message, "a size above 16777216 bytes");
+    EXPECT_EQ(error.line, 0);
 }
 
 } // namespace

@@ -1,19 +1,17 @@
-#include "Services/xmldocumentreader.h"
+#include "Utils/xmldocumentreader.h"
 
-#include "logging.h"
+#include "Utils/filecontent.h"
 
-#include <optional>
-#include <QFile>
-#include <QFileInfo>
 #include <QStringView>
 #include <QXmlDefaultHandler>
+
+using XmlDocumentReader::ContentError;
 
 namespace {
 
 // Documents beyond these would exhaust the stack or the memory of the process while they are parsed.
 constexpr int DeepestNesting = 256;
 constexpr int MostElements = 50'000;
-constexpr qint64 LargestFile = 16 << 20; // bytes
 
 // Position behind the next `end` from `from` on; the text's size when there is none.
 int behind(const QString& text, const char* end, int from)
@@ -60,13 +58,6 @@ bool hasDeclarations(const QString& text)
     }
     return false;
 }
-
-struct ContentError
-{
-    QString message;
-    int line = 0;
-    int column = 0;
-};
 
 // The size is looked at with the parser that QDomDocument itself is built on, old as it is: a stricter one stops at
 // mistakes that the document's parser accepts, and would miss what comes behind them.
@@ -122,11 +113,12 @@ std::optional<ContentError> findSizeError(const QByteArray& content)
 
 QT_WARNING_POP
 
-std::optional<ContentError> parse(QFile& file, QDomDocument& document)
+} // namespace
+
+std::optional<ContentError> XmlDocumentReader::parse(const QByteArray& content, QDomDocument& document)
 {
-    if (file.size() > LargestFile)
+    if (content.size() > LargestFile)
         return ContentError{QString("a size above %1 bytes").arg(LargestFile)};
-    const QByteArray content = file.readAll();
     if (auto error = findSizeError(content))
         return error;
     ContentError error;
@@ -135,18 +127,16 @@ std::optional<ContentError> parse(QFile& file, QDomDocument& document)
     return std::nullopt;
 }
 
-} // namespace
-
-XmlDocumentReader::Outcome XmlDocumentReader::read(const QString& fileName, QDomDocument& document)
+XmlDocumentReader::Outcome XmlDocumentReader::read(const QString& fileName, QIODevice::OpenMode mode,
+                                                   QDomDocument& document, ContentError& error)
 {
     QFile file(fileName);
-    // Anything but a regular file might never end.
-    if (!QFileInfo(fileName).isFile() || !file.open(QIODevice::ReadWrite | QIODevice::ExistingOnly))
+    if (!FileContent::open(file, mode | QIODevice::ExistingOnly))
         return Outcome::NotOpened;
-    if (const auto error = parse(file, document)) {
-        PLOG_ERROR << QString("invalid content due to %1 (line=%2 | column=%3)")
-                          .arg(error->message, QString::number(error->line), QString::number(error->column));
-        return Outcome::InvalidContent;
-    }
-    return Outcome::Read;
+    // One byte too many is enough to see that there are too many.
+    const auto found = parse(file.read(LargestFile + 1), document);
+    if (!found)
+        return Outcome::Read;
+    error = *found;
+    return Outcome::InvalidContent;
 }
