@@ -11,14 +11,18 @@ class ClientBroker;
 class MQTTManagerServices;
 class Publisher;
 class Subscriber;
+struct CBrokerConfigurationStruct;
+struct PublicationConfigurationStruct;
+struct SubscriptionConfigurationStruct;
 
-// Reads the configuration files into entities. Nothing in them is validated: a missing attribute or a text that is no
-// number gives 0, and a number out of range stands as it is. A singleton of the main thread, without state between
-// calls.
+// Reads the configuration files into entities, and writes changed configurations back. Nothing in the files is
+// validated: a missing attribute or a text that is no number gives 0, and a number out of range stands as it is. A
+// singleton without state between calls: the main thread reads, the request thread writes.
 //   mqttXmlParser.cpp                what the files have in common, and the general file
 //   mqttXmlParser_brokers.cpp        Brokers.xml
 //   mqttXmlParser_publications.cpp   Publications.xml
 //   mqttXmlParser_subscriptions.cpp  Subscriptions.xml
+//   mqttXmlParser_writeback.cpp      configuration records into these files
 class MQTTXmlParser
 {
 public:
@@ -35,6 +39,19 @@ public:
     bool ParseXMLFileBrokers(QString fileName, QList<ClientBroker>& brokers, QString& version);
     bool ParseXMLFileSubscriptions(QString fileName, QList<Subscriber>& subscribers, QString& version);
     bool ParseXMLFilePublications(QString fileName, QList<Publisher>& publishers, QString& version);
+
+    // Write a configuration record back into the element with this ID, and leave all else in the file as it is. False
+    // when the file can't be read, written, or has no such list; true also when no element has the ID. Of a broker's
+    // record either the part of the first or of the second message counts. The validated values of the others come back
+    // in the record. The request thread's.
+    bool SetClientBrokerCfgFileUniqueID(bool firstPacket, int uniqueId, CBrokerConfigurationStruct* record);
+    bool SetPublisherCfgFileUniqueID(int uniqueId, PublicationConfigurationStruct* record);
+    bool SetSubscriberCfgFileUniqueID(int uniqueId, SubscriptionConfigurationStruct* record);
+    // The same for a file of any name. The record may lie at any address.
+    bool writeBrokerCfg(const QString& fileName, bool firstPacket, int uniqueId,
+                        const CBrokerConfigurationStruct* record) const;
+    bool writePublicationCfg(const QString& fileName, int uniqueId, PublicationConfigurationStruct* record) const;
+    bool writeSubscriptionCfg(const QString& fileName, int uniqueId, SubscriptionConfigurationStruct* record) const;
 
     // The value itself where it is in its range, else 0.
     [[nodiscard]] MQTTQualityOfService validateQOSValue(MQTTQualityOfService value) const;
