@@ -27,19 +27,26 @@ PublicationStatusCodes Publisher::Publish()
     const bool bypass = m_PayloadFormat == PF_TRIGGERED_OP;
     const bool isConnected = m_cBroker && m_cBroker->IsConnected();
     PLOG_DEBUG << QString("m_cBroker->IsConnected() is '%1', bypass is '%2'").arg(isConnected).arg(bypass);
-    const PublicationStatusCodes result = isConnected || bypass ? publishInFormat() : PSC_ERROR_NOT_PUBLISHED;
+    PublicationStatusCodes result = PSC_ERROR_NOT_PUBLISHED;
+    if (isConnected || bypass) {
+        PLOG_DEBUG << QString("Size=%1  Address=%2").arg(m_DataSize).arg(m_DataAddress);
+        if (bypass)
+            return runTriggeredOperation();
+        result = publishInFormat();
+    }
     PLOG_DEBUG << QString("END rtnValue=%1").arg(int{result});
     return result;
 }
 
 PublicationStatusCodes Publisher::publishInFormat()
 {
-    PLOG_DEBUG << QString("Size=%1  Address=%2").arg(m_DataSize).arg(m_DataAddress);
     switch (m_PayloadFormat) {
     case PF_BUFFER:
         return publishTagBytes();
     case PF_JSON:
         return publishJson();
+    case PF_PROTOBUF:
+        return publishProtobuf();
     default:
         return PSC_ERROR_NOT_PUBLISHED;
     }

@@ -18,8 +18,11 @@ inline constexpr unsigned int NO_RECEIVE_ADDRESS = 0xFFFFFFFF;
 // m_PerInterval of a publication that is sent on request only.
 inline constexpr int NO_PERIOD = -1;
 
-// One configured publication. A periodic one is published by the main thread, one on request by the request thread; no
-// publication ever by both. Deliveries come on the client library's thread.
+// One configured publication.
+//   publisher.cpp          publishing, deliveries, the configuration record
+//   publisher_scripts.cpp  the formats that start a script of the device
+// A periodic one is published by the main thread, one on request by the request thread; no publication ever by both.
+// Deliveries come on the client library's thread.
 class Publisher : public MQTTCallerBase
 {
 public:
@@ -55,6 +58,11 @@ private:
     [[nodiscard]] PublicationStatusCodes publishInFormat();
     [[nodiscard]] PublicationStatusCodes publishTagBytes();
     [[nodiscard]] PublicationStatusCodes publishJson();
+    [[nodiscard]] PublicationStatusCodes publishProtobuf();
+    [[nodiscard]] PublicationStatusCodes runTriggeredOperation();
+    [[nodiscard]] bool triggerOperation();
+    [[nodiscard]] bool writeOperationResult();
+    [[nodiscard]] QString tagText() const;
     void appendMembers(BoundedText& text, const char* bytes, int size);
     [[nodiscard]] PublicationStatusCodes publishBuffer(int payloadLength);
     [[nodiscard]] bool isDeliveryTracked() const;

@@ -151,7 +151,7 @@ def triggered_operation(sandbox, *arguments):
 
 
 def test_triggered_operation_hands_back_a_text_or_nothing_or_fails(sandbox):
-    assert triggered_operation(sandbox, "url", "report.csv") == "0\nhttp://controller/export/report.csv"
+    assert triggered_operation(sandbox, "url", "report.csv") == "0\nhttp://controller/export/report.csv\0"
     assert triggered_operation(sandbox, "check") == "1\n"
     for arguments in (["unknown"], [], ["url"]):
         output = triggered_operation(sandbox, *arguments)

@@ -108,15 +108,6 @@ TEST_F(Publishing, withoutABrokerCountsAsDisconnected)
     EXPECT_EQ(publisher.Publish(), PSC_ERROR_NOT_PUBLISHED);
 }
 
-TEST_F(Publishing, aTriggeredOperationAsksForNoBroker)
-{
-    publisher.m_PayloadFormat = PF_TRIGGERED_OP;
-    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
-    const LogCapture log;
-    publisher.Publish();
-    EXPECT_TRUE(log.contains("DEBUG m_cBroker->IsConnected() is '0', bypass is '1'"));
-}
-
 TEST_F(Publishing, anUnknownFormatPublishesNothing)
 {
     for (const int format : {255, 4, -1, 99}) {
