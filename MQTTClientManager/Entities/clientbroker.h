@@ -39,6 +39,7 @@ enum EncryptionLevel : int
 //   clientbroker_client.cpp       the client library's handle: creation, use, destruction
 //   clientbroker_connection.cpp   connecting
 //   clientbroker_reconnection.cpp the end of a connection, and what follows a loss
+//   clientbroker_carotation.cpp   another CA file after a failed attempt
 //   clientbroker_callbacks.cpp    the client library's events
 //   clientbroker_publishing.cpp   handing over a publication
 //   clientbroker_token.cpp        the signed token that some brokers want in place of a password
@@ -49,8 +50,10 @@ enum EncryptionLevel : int
 class ClientBroker
 {
 public:
+    class ChangeCaFileTask;
+
     ClientBroker();
-    // Waits for the reconnect loops and destroys a client that is left.
+    // Waits for the reconnect loops and a change of the CA file, and destroys a client that is left.
     ~ClientBroker();
     ClientBroker(const ClientBroker&) = default;
     ClientBroker& operator=(const ClientBroker&) = default;
@@ -126,7 +129,9 @@ public:
     // True while any broker of the process is in a connection attempt: the client library then blocks destroying.
     static bool isAnyConnecting();
 
-    QStringList m_caFilesList;                // candidate CA files, as the directory lists them
+    QStringList m_caFilesList;                // candidate CA files, as the directory lists them; constant
+    Relaxed<int> m_caFileNextIndex;           // of the next candidate
+    Ordered<bool> m_caFileChangeRunning;      // while a ChangeCaFileTask is there for this broker
     MQTTStatusLogManager* m_StatusLogManager; // not owned
     Ordered<MQTTClient> m_MQTTClient;         // null while there is none
     QList<MQTTCallerBase*> m_Callers;         // not owned; all subscriptions ahead of all publications
@@ -202,6 +207,9 @@ private:
     void sleepInterval(unsigned loss) const;
     int publishInLibrary(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService,
                          bool retained, MQTTClient_deliveryToken& token);
+    // In the background, after a failed attempt: looks whether another CA file is called for, and puts it in place. At
+    // level 4 only, and one at a time.
+    void startCaFileChange();
     [[nodiscard]] std::chrono::milliseconds messagePatience() const;
     [[nodiscard]] bool mayRequestCloseSession() const;
     bool takeMessage(std::optional<Turn>& turn);

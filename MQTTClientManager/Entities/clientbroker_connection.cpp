@@ -65,6 +65,8 @@ CBrokerStatusCodes ClientBroker::connectInLibrary(MQTTClient client, MQTTClient_
     else
         m_Connected = 0;
     m_InConnect = false;
+    if (connected != MQTTCLIENT_SUCCESS)
+        startCaFileChange();
     return static_cast<CBrokerStatusCodes>(connected);
 }
 

@@ -16,9 +16,10 @@ constexpr std::chrono::microseconds MessagePause(50);
 
 ClientBroker::~ClientBroker()
 {
-    // A loop keeps its whole generation alive, so none is left when the configuration's entities go.
+    // A loop keeps its whole generation alive, and so does a change of the CA file: none is left when the
+    // configuration's entities go.
     m_State = PS_PAUSED;
-    while (isReconnecting())
+    while (isReconnecting() || m_caFileChangeRunning)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     m_Callers.clear();
     if (m_MQTTClient)
