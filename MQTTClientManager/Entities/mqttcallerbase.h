@@ -60,6 +60,9 @@ public:
     MQTTCallerBase(const MQTTCallerBase&) = default;
     MQTTCallerBase& operator=(const MQTTCallerBase&) = default;
 
+    // A line on Qt's debug output with all that is configured, in verbose mode only.
+    virtual void PrintCallerEntityDebug();
+
     // What the broker tells its callers. Lost connections, deliveries and messages come on the client library's
     // threads.
     virtual void ConnectionLost() {}
@@ -70,6 +73,9 @@ public:
     virtual void ClearCfgStruct() {}
     virtual void Disconnect() {}
     virtual void PresentSessionEstablished() {}
+
+    // Sets the topic as it is, without expanding variables, and whether it holds a wildcard.
+    void SetTopic(const QString& topic);
 
     // Sets m_DataSize from the type; of a struct, the last member in file order decides. Once, when all attributes are
     // read.

@@ -107,14 +107,16 @@ PublicationStatusCodes Publisher::publishBuffer(int payloadLength)
     const int result =
         m_cBroker->Publish(m_TopicUtf8, m_PublishBuffer.data(), payloadLength, m_QoS, m_RetainFlag, token);
     if (result == PSC_OK) {
+        // A message that is acknowledged already has been looked for in vain. Its token would stay, and would meet
+        // another message of the same number after the next connection.
+        if (isDeliveryTracked() && m_cBroker->isMessageInFlight())
+            m_NewTokens.put(token);
         PLOG_DEBUG << QString("Publication '%4' Publish Size=%1  Address=%2  Data=%3  Token=%5  Topic=%6  "
                               "SIZEOF_PUBLISH_BUFFER=%7")
                           .arg(QString::number(payloadLength), QString::number(m_DataAddress),
                                QString::fromUtf8(m_PublishBuffer.data(),
                                                  static_cast<int>(qstrnlen(m_PublishBuffer.data(), payloadLength))),
                                m_Name, QString::number(token), m_Topic, QString::number(SIZEOF_PUBLISH_BUFFER));
-        if (isDeliveryTracked())
-            m_NewTokens.put(token);
     }
     std::fill_n(m_PublishBuffer.begin(), payloadLength, '\0');
     return static_cast<PublicationStatusCodes>(result);
@@ -154,6 +156,16 @@ bool Publisher::UpdatePublisherConfigurationStruct(unsigned int address)
     record.putNumber<quint8>(offsetof(Record, QoS), m_QoS);
     record.putNumber<quint8>(offsetof(Record, PayloadFormat), m_PayloadFormat);
     record.putNumber<quint8>(offsetof(Record, Retained), m_RetainFlag);
+    m_Services->PrintPublicationStructDebug(record.as<Record>());
     PLOG_DEBUG << QString("Wrote stats cfg to address (%1) sizeof (%2)").arg(address).arg(sizeof(Record));
     return TagMemory::Write(sizeof(Record), address, record.bytes()) == 0;
+}
+
+void Publisher::TakeConfiguration(const PublicationConfigurationStruct& record)
+{
+    m_RetainFlag = record.Retained != 0;
+    m_PayloadFormat = record.PayloadFormat;
+    m_QoS = record.QoS;
+    SetTopic(fieldText(record.Topic));
+    m_TopicUtf8 = QByteArray();
 }

@@ -3,6 +3,7 @@
 #include "Entities/jsonlayout.h"
 #include "Entities/mqttcallerbase.h"
 #include "Entities/tokenhandover.h"
+#include "Records/publicationrecords.h"
 #include "Records/statuscodes.h"
 #include "Utils/boundedtext.h"
 
@@ -43,6 +44,9 @@ public:
 
     // Writes the 516-byte configuration record; true when tag memory took it.
     bool UpdatePublisherConfigurationStruct(unsigned int address);
+    // Takes over what the record holds. While paused only: nothing else may use the entity.
+    void TakeConfiguration(const PublicationConfigurationStruct& record);
+    void PrintCallerEntityDebug() override;
 
     // What every publication reads stands ahead of the buffer, close together.
     bool m_RetainFlag = false;

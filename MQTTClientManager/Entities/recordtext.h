@@ -5,6 +5,15 @@
 #include <cstring>
 #include <QString>
 
+// The text of a field in a record from outside: up to its zero unit; without one, up to the end of the field.
+template<std::size_t Units>
+QString fieldText(const char16_t (&field)[Units])
+{
+    QString text(static_cast<int>(std::find(field, field + Units, u'\0') - field), QChar::Null);
+    std::memcpy(text.data(), field, static_cast<std::size_t>(text.size()) * sizeof(QChar)); // a byte order mark included
+    return text;
+}
+
 // The bytes of a packed record while it is being filled.
 template<std::size_t Size>
 class RecordBytes
@@ -36,6 +45,15 @@ public:
     }
 
     [[nodiscard]] const unsigned char* bytes() const { return m_bytes.data(); }
+
+    template<typename Record>
+    [[nodiscard]] Record as() const
+    {
+        static_assert(sizeof(Record) == Size);
+        Record record;
+        std::memcpy(&record, m_bytes.data(), Size);
+        return record;
+    }
 
 private:
     std::array<unsigned char, Size> m_bytes{};

@@ -4,6 +4,7 @@
 #include "Entities/recordtext.h"
 #include "Entities/subscriptionrequest.h"
 #include "logging.h"
+#include "Services/mqttmanagerservices.h"
 #include "tagmemory.h"
 
 #include <cstring>
@@ -86,8 +87,10 @@ bool Subscriber::UpdateCfgStruct()
         const bool isWritten =
             TagMemory::Write(sizeof record, m_SubAddr, reinterpret_cast<const unsigned char*>(&record)) == 0;
         const SubscriberStatusStruct now = statusRecord();
-        if (std::memcmp(&record, &now, sizeof record) == 0)
+        if (std::memcmp(&record, &now, sizeof record) == 0) {
+            PrintCfgStructDebug();
             return isWritten;
+        }
         record = now;
     }
 }
@@ -152,6 +155,16 @@ bool Subscriber::UpdateSubscriberConfigurationStruct(unsigned int address)
     record.putNumber<quint8>(offsetof(Record, PayloadFormat), m_PayloadFormat);
     record.putNumber<quint8>(offsetof(Record, SubscribeAtBoot), m_SubscribeAtBootTime);
     record.putNumber<quint8>(offsetof(Record, Buffered), m_BufferedFlag);
+    m_Services->PrintSubscriptionStructDebug(record.as<Record>());
     PLOG_DEBUG << QString("Wrote stats cfg to address (%1) sizeof (%2)").arg(address).arg(sizeof(Record));
     return TagMemory::Write(sizeof(Record), address, record.bytes()) == 0;
+}
+
+void Subscriber::TakeConfiguration(const SubscriptionConfigurationStruct& record)
+{
+    m_BufferedFlag = record.Buffered != 0;
+    m_PayloadFormat = record.PayloadFormat;
+    m_QoS = record.QoS;
+    SetTopic(fieldText(record.Topic)); // the filter is taken apart anew at its next use
+    m_SubscribeAtBootTime = record.SubscribeAtBoot != 0;
 }

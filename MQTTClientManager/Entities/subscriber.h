@@ -63,6 +63,11 @@ public:
 
     // Writes the 516-byte configuration record; true when tag memory took it.
     bool UpdateSubscriberConfigurationStruct(unsigned int address);
+    // Takes over what the record holds. While paused only: nothing else may use the entity.
+    void TakeConfiguration(const SubscriptionConfigurationStruct& record);
+    void PrintCallerEntityDebug() override;
+    // The status record as it stands, as a line on Qt's debug output, in verbose mode only.
+    void PrintCfgStructDebug();
 
     // The fields of the status record, see SubscriberStatusStruct.
     struct StatusFields

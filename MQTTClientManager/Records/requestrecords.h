@@ -1,5 +1,7 @@
 #pragma once
 
+#include "brokerrecords.h"
+
 #include <cstddef>
 #include <cstdint>
 
@@ -41,6 +43,7 @@ struct MQTTRequestMsg
     std::int8_t publishState; // MRO_SET_PUBLISH_STATE: anything but 0 is on
     std::uint8_t reserved;
     std::uint32_t statusAddress; // operand address of the byte that answers the request, see StatusCodes
+    // A configuration record that is to be set, or the operand address (32 bits) where one that is read back goes.
     std::uint8_t payload[1488];
 };
 
@@ -50,6 +53,16 @@ struct MQTTStateRequestMsg
     std::uint16_t mainOpcode;
     std::uint16_t reqId;
     std::uint32_t statusAddress;
+};
+
+// The configuration record of a broker is larger than a message. MRO_SET_BROKER_CFG has its first bytes as payload;
+// this message, which names no broker, follows it with the rest.
+inline constexpr std::size_t FirstBrokerPacketSize = offsetof(CBrokerConfigurationStruct, Password);
+struct MQTTSecondPacketMsg
+{
+    std::uint16_t mainOpcode;
+    std::uint16_t reqId;
+    std::uint8_t record[sizeof(CBrokerConfigurationStruct) - FirstBrokerPacketSize];
 };
 
 #pragma pack(pop)
@@ -62,6 +75,12 @@ static_assert(offsetof(MQTTRequestMsg, publishState) == 6);
 static_assert(offsetof(MQTTRequestMsg, reserved) == 7);
 static_assert(offsetof(MQTTRequestMsg, statusAddress) == 8);
 static_assert(offsetof(MQTTRequestMsg, payload) == 12);
+
+static_assert(FirstBrokerPacketSize == 980);
+static_assert(sizeof(MQTTSecondPacketMsg) == 1036);
+static_assert(offsetof(MQTTSecondPacketMsg, mainOpcode) == 0);
+static_assert(offsetof(MQTTSecondPacketMsg, reqId) == 2);
+static_assert(offsetof(MQTTSecondPacketMsg, record) == 4);
 
 static_assert(sizeof(MQTTStateRequestMsg) == 8);
 static_assert(offsetof(MQTTStateRequestMsg, mainOpcode) == 0);

@@ -82,8 +82,7 @@ void MQTTXmlParser::readCaller(const QDomElement& element, MQTTCallerBase& calle
 
 void MQTTXmlParser::readCallerTopic(const QDomElement& element, MQTTCallerBase& caller) const
 {
-    caller.m_Topic = m_services->SetMQTTTopicVariable(element.attribute("Topic"));
-    caller.m_Special = caller.m_Topic.contains('#') || caller.m_Topic.contains('+');
+    caller.SetTopic(m_services->SetMQTTTopicVariable(element.attribute("Topic")));
 }
 
 QList<JsonDataMember> MQTTXmlParser::readMembers(const QDomElement& entity)

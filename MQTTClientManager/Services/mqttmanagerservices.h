@@ -9,9 +9,16 @@
 #include <QMap>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class QJsonObject;
+struct CBrokerConfigurationStruct;
+struct HdrOperandData_t;
+struct MQTTGeneralStruct;
 struct MQTTMessage;
+struct MQTTStatisticsStruct;
+struct PublicationConfigurationStruct;
+struct SubscriptionConfigurationStruct;
 
 // Columns of the conversion tables: one for each ArgType.
 inline constexpr int ARG_TYPES = 13;
@@ -85,8 +92,16 @@ public:
     // True if one of the Ethernet ports has a link. Any thread.
     [[nodiscard]] bool CheckEthPortLinkState() const;
 
-    // One line on Qt's debug output, in verbose mode only. Long texts and binary data are cut; null prints nothing.
+    // One line on Qt's debug output each, in verbose mode only. Null prints nothing. Passwords are shown. Any thread.
+    void PrintDebug(QString first, QString second);
+    void PrintMQTTGeneralStructDebug(MQTTGeneralStruct* record, unsigned int address);
+    void PrintMQTTStatisticsStructDebug(MQTTStatisticsStruct& record);
+    void PrintClientBrokerStructDebug(CBrokerConfigurationStruct record);
+    void PrintSubscriptionStructDebug(SubscriptionConfigurationStruct record);
+    void PrintPublicationStructDebug(PublicationConfigurationStruct record);
+    // Long texts and binary data are cut.
     void PrintMQTTMessageDebug(MQTTMessage* message);
+    void PrintRegisteredTagsDebug(QVector<HdrOperandData_t>& operands, int count);
 
     static MQTTManagerServices* m_instance;
 

@@ -8,9 +8,9 @@ from soak.report import Cost
 from support import mosquitto, requests
 from support.configuration import publication, subscription
 from support.device import Device
+from support.requestmodel import ADDRESSES, HEAD, IDENTIFIERS, READ_BACK, RECORD_PARTS, SERVED, WRITTEN_BACK, Model, fields
 from support.requests import CONNECT, PAUSE, START, UNKNOWN_ID, UNTOUCHED, record
 from support.waiting import wait_until
-from system.test_requestqueue import ADDRESSES, IDENTIFIERS, SERVED, Model
 
 DEFAULT, SHORT = 100_000, 3000
 
@@ -25,12 +25,10 @@ NOBODY = 999
 # A pause and a start hold the queue for 2 s each.
 STATE_CHANGE_EVERY = 2500
 
-# Records for and from the configuration have a length of their own, so they are no part of this.
-CONFIGURATION_OPCODES = {*range(7, 13), 16}
-UNSERVED = sorted(set(range(65536)) - CONFIGURATION_OPCODES - {*SERVED, PAUSE, START})
+# The rest of a broker's record answers nobody while none is pending.
+UNSERVED = sorted(set(range(65536)) - {*SERVED, PAUSE, START})
 
 LARGEST_RECORD = 1500
-HEAD = 12  # bytes that a request needs; what is left out reads as 0
 
 
 class PausableModel(Model):
@@ -40,7 +38,7 @@ class PausableModel(Model):
         super().__init__()
         self._is_paused = False
 
-    def answer(self, opcode, identifier):
+    def answer(self, opcode, identifier, record_address):
         if opcode == PAUSE:
             result = -5 if self._is_paused else 0
             self._is_paused = True
@@ -50,7 +48,14 @@ class PausableModel(Model):
             result = 0 if self._is_paused else -4
             self._is_paused = False
             return result
-        return -6 if self._is_paused else super().answer(opcode, identifier)
+        if self._is_paused and opcode in WRITTEN_BACK:
+            return -2  # of the known ones, which would change the files, none is sent
+        if self._is_paused and opcode not in READ_BACK:
+            return -6
+        return super().answer(opcode, identifier, record_address)
+
+    def would_change_files(self, opcode, identifier):
+        return self._is_paused and opcode in WRITTEN_BACK and self.is_known(opcode, identifier)
 
 
 def run(report, records):
@@ -107,7 +112,8 @@ class Storm:
         found = list(struct.unpack(f"{count}b", memory.read(first, count)))
         wrong = [(n, found[n], expected[n]) for n in range(count) if found[n] != expected[n]]
         assert not wrong, f"(number in the batch, answer, right answer): {wrong[:10]}"
-        strays = [write for write in memory.journal(since=written) if write.size > 1 and self._is_stray(write)]
+        others = [write for write in memory.journal(since=written) if write.size not in (1, *RECORD_PARTS)]
+        strays = [write for write in others if self._is_stray(write)]
         assert not strays, strays[:3]
 
     def _is_stray(self, write):
@@ -118,7 +124,7 @@ class Storm:
         generator = self._generator
         if generator.randrange(STATE_CHANGE_EVERY) == 0:
             opcode = generator.choice((PAUSE, START))
-            return record(opcode, status_address=own_address), self._model.answer(opcode, 0)
+            return record(opcode, status_address=own_address), self._model.answer(opcode, 0, 0)
         opcode = generator.choice(SERVED) if generator.random() < 0.7 else generator.choice(UNSERVED)
         address = own_address if generator.random() < 0.9 else generator.choice(ADDRESSES)
         identifier = generator.choice(NUMBERS) if generator.random() < 0.5 else generator.choice(IDENTIFIERS)
@@ -126,12 +132,14 @@ class Storm:
             opcode, identifier, address, generator.randrange(-128, 128), generator.randrange(65536)
         ).ljust(LARGEST_RECORD, generator.choice([b"\0", b"\xff", b"A"]))
         message = whole[: generator.choice([HEAD, HEAD, LARGEST_RECORD, generator.randrange(LARGEST_RECORD + 1)])]
+        if self._model.would_change_files(*fields(message)[:2]):
+            return self._message(own_address)
         return message, self._answer(message)
 
     def _answer(self, message):
         """What is cut off reads as 0, and that may make another request of it."""
-        _, opcode, identifier = struct.unpack_from("<HHH", message.ljust(HEAD, b"\0"))
-        return self._model.answer(opcode, identifier) if opcode in SERVED else None
+        opcode, identifier, _, record_address = fields(message)
+        return self._model.answer(opcode, identifier, record_address) if opcode in SERVED else None
 
 
 def has_address(message, address):

@@ -114,5 +114,7 @@ int TagMemory::UnRegSync(unsigned long regID, unsigned char argument)
 
 unsigned long TagMemory::OperandAddr2OffsetConversion(unsigned long address)
 {
+    const std::lock_guard lock(bookkeeping);
+    FakeTagMemory::state().conversions.push_back(address);
     return 0x7F400000UL + address;
 }

@@ -35,6 +35,7 @@ struct State
     std::vector<Registration> registrations;
     std::vector<std::pair<unsigned long, unsigned char>> unregistered; // ID and argument
     std::vector<unsigned long> reads;                                  // addresses, in order
+    std::vector<unsigned long> conversions;                            // operand addresses, in order
     int opens = 0;
     std::function<void()> duringWrite;   // called by the next write, outside all bookkeeping
     std::vector<int> writeResults;       // of the coming writes, first to last; then 0

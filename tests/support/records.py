@@ -1,6 +1,7 @@
 """The service's records in tag memory, written down a second time: nothing here comes from its own headers."""
 
 import struct
+from collections import namedtuple
 from typing import NamedTuple
 
 # Process status in the general record.
@@ -91,6 +92,65 @@ class SubscriptionStatus(NamedTuple):
     def decode(cls, data):
         *flags, topic, arrival, buffered, padding = struct.unpack("<BbBB512sIB3s", data)
         return cls(*flags, _utf16(topic), arrival, buffered, padding)
+
+
+class BrokerConfiguration(NamedTuple):
+    host: str
+    port: int
+    auto_connect: int
+    client: str
+    user: str
+    password: str
+    will_topic: str
+    interval: int
+    keep_alive: int
+    encryption: int
+    clean_session: int
+    padding: int = 0
+
+    SIZE = 2012
+    FIRST_PACKET = 980  # bytes; the second one has the rest
+    FORMAT = "<256sHBB464s256s512s512sIHBB"
+
+    @classmethod
+    def decode(cls, data):
+        host, port, auto, padding, client, user, password, topic, *rest = struct.unpack(cls.FORMAT, data)
+        return cls(_utf16(host), port, auto, _utf16(client), _utf16(user), _utf16(password), _utf16(topic), *rest, padding)
+
+    def encode(self):
+        texts = [text.encode("utf-16-le") for text in (self.host, self.client, self.user, self.password, self.will_topic)]
+        host, *others = texts
+        numbers = self.interval, self.keep_alive, self.encryption, self.clean_session
+        return struct.pack(self.FORMAT, host, self.port, self.auto_connect, self.padding, *others, *numbers)
+
+
+class _CallerConfiguration:
+    """What the records of publications and subscriptions share: a topic, and four bytes behind it."""
+
+    SIZE = 516
+    FORMAT = "<512sBBBB"
+
+    @classmethod
+    def decode(cls, data):
+        topic, *flags = struct.unpack(cls.FORMAT, data)
+        return cls(_utf16(topic), *flags)
+
+    def encode(self):
+        return struct.pack(self.FORMAT, self.topic.encode("utf-16-le"), *self[1:])
+
+
+class PublicationConfiguration(
+    _CallerConfiguration,
+    namedtuple("PublicationFields", "topic qos payload_format retained padding", defaults=[0]),
+):
+    pass
+
+
+class SubscriptionConfiguration(
+    _CallerConfiguration,
+    namedtuple("SubscriptionFields", "topic qos payload_format subscribe_at_boot buffered"),
+):
+    pass
 
 
 def _utf16(data):

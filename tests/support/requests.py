@@ -16,7 +16,8 @@ RECORD_SIZE = 1500
 
 # What a request may ask for.
 SUBSCRIBE, SUBSCRIBE_ALL, UNSUBSCRIBE, UNSUBSCRIBE_ALL, CONNECT, DISCONNECT, SEND = range(7)
-PAUSE, START, SET_PUBLISH_STATE = 13, 14, 15
+GET_BROKER, SET_BROKER, GET_SUBSCRIPTION, SET_SUBSCRIPTION, GET_PUBLICATION, SET_PUBLICATION = range(7, 13)
+PAUSE, START, SET_PUBLISH_STATE, SET_BROKER_REST = 13, 14, 15, 16
 ON_ENTITIES = (SUBSCRIBE, SUBSCRIBE_ALL, UNSUBSCRIBE, UNSUBSCRIBE_ALL, CONNECT, DISCONNECT)
 
 # What a status tag holds before the service writes to it, and while a request is being worked on.
@@ -25,7 +26,9 @@ IN_PROGRESS = 2
 
 # What a status tag goes through, by what comes of the request.
 DONE = [IN_PROGRESS, 0]
+NOT_WRITTEN_BACK = [IN_PROGRESS, -1]
 UNKNOWN_ID = [IN_PROGRESS, -2]
+NOT_READ_BACK = [IN_PROGRESS, -3]
 NOT_PAUSED = [IN_PROGRESS, -4]
 ALREADY_PAUSED = [IN_PROGRESS, -5]
 IS_PAUSED = [IN_PROGRESS, -6]
@@ -95,11 +98,13 @@ def remove_queue():
     _checked(_library.mq_unlink(QUEUE))
 
 
-def record(opcode, identifier=0, status_address=0, state=0, main_opcode=0, reserved=0):
+def record(opcode, identifier=0, status_address=0, state=0, main_opcode=0, reserved=0, payload=b""):
     """A request of as many bytes as it needs; `state` is a publication's, from -128 to 127."""
     if opcode in (PAUSE, START):
         return struct.pack("<HHI", main_opcode, opcode, status_address)
-    return struct.pack("<HHHbBI", main_opcode, opcode, identifier, state, reserved, status_address)
+    if opcode == SET_BROKER_REST:
+        return struct.pack("<HH", main_opcode, opcode) + payload
+    return struct.pack("<HHHbBI", main_opcode, opcode, identifier, state, reserved, status_address) + payload
 
 
 def status_position(status_address):

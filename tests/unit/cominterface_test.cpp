@@ -104,11 +104,23 @@ TEST_F(RequestInterface, takesAnIdAsUnsigned)
 
 TEST_F(RequestInterface, servesEveryOpcodeThatHasAHandler)
 {
-    for (const int opcode : {0, 1, 2, 3, 4, 5, 6, 15}) {
+    constexpr std::uint8_t NoSuchId = 0xFE;
+    constexpr std::uint8_t NotPaused = 0xFC;
+    const auto answered = [this](int opcode, std::uint8_t answer) {
         FakeTagMemory::state().writes.clear();
         handle(bytesOf({0, 0, opcode, 0, 0x0F, 0x27, 1, 0, 0x10, 0x20, 0, 0}));
-        EXPECT_THAT(statusTag(), ElementsAre(Bytes{2}, Bytes{0xFE})) << opcode;
-    }
+        EXPECT_THAT(statusTag(), ElementsAre(Bytes{2}, Bytes{answer})) << opcode;
+    };
+    for (const int opcode : {0, 1, 2, 3, 4, 5, 6, 7, 9, 11, 15})
+        answered(opcode, NoSuchId);
+    for (const int opcode : {8, 10, 12})
+        answered(opcode, NotPaused);
+    const LogCapture log;
+    FakeTagMemory::state().writes.clear();
+    handle(bytesOf({0, 0, 16, 0}));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("DEBUG reqId:16", "DEBUG Enter function", "DEBUG End function (rtnstatus is 1)"));
+    EXPECT_THAT(FakeTagMemory::state().writes, IsEmpty());
 }
 
 TEST_F(RequestInterface, anUnknownOpcodeIsAnErrorLineWithTheSystemsTextForItsNumber)

@@ -1,3 +1,4 @@
+#include "Services/mqttStatusLogManager.h"
 #include "unittest.h"
 
 namespace {
@@ -107,7 +108,32 @@ TEST_F(DeliveryTracking, aConfirmationAheadOfTheTokenIsIgnored)
     ASSERT_EQ(first.Publish(), PSC_OK);
     EXPECT_TRUE(FakeTagMemory::writesAt(901).empty());
     first.m_NewTokens.takeInto(first.m_Tokens);
-    EXPECT_EQ(first.m_Tokens, QList<int>{1});
+    EXPECT_TRUE(first.m_Tokens.isEmpty());
+}
+
+// After a new connection the library counts from 1 again: a token that was left over would acknowledge what belongs to
+// another publication.
+TEST_F(DeliveryTracking, earlyConfirmationsLeaveNothingThatALaterMessageCouldMeet)
+{
+    FakeMqttClient::state().duringPublish = [](MQTTClient handle, int token) {
+        FakeMqttClient::deliver(handle, token);
+    };
+    ASSERT_EQ(first.Publish(), PSC_OK);
+    FakeMqttClient::state().duringPublish = nullptr;
+    deliver(1);
+    EXPECT_TRUE(FakeTagMemory::writesAt(901).empty());
+}
+
+TEST_F(DeliveryTracking, theByteIsWrittenAheadOfTheCount)
+{
+    MQTTStatusLogManager::instance()->UpdateMQTTStructsAddress(1000, 2000);
+    ASSERT_EQ(first.Publish(), PSC_OK);
+    FakeTagMemory::state().writes.clear();
+    deliver(1);
+    const auto& writes = FakeTagMemory::state().writes;
+    ASSERT_EQ(writes.size(), 2U);
+    EXPECT_EQ(writes[0].address, 901U);
+    EXPECT_EQ(writes[1].address, 2000U);
 }
 
 TEST_F(DeliveryTracking, aTokenOutlivesALoss)
