@@ -21,11 +21,12 @@ void addJournalCommand(CLI::App& app, Action& action);
 void addStatusCommand(CLI::App& app, Action& action);
 void addRegistrationsCommand(CLI::App& app, Action& action);
 void addRequestCommands(CLI::App& app, Action& action);
+void addConfigCommands(CLI::App& app, Action& action);
 void addAppCommand(CLI::App& app, Action& action);
 
 // In the order in which the help lists them.
-inline constexpr std::array CommandGroups{addStatusCommand, addTagCommands,         addJournalCommand,
-                                          addLinkCommands,  addQueueCommands,       addRequestCommands,
-                                          addAppCommand,    addRegistrationsCommand};
+inline constexpr std::array CommandGroups{addStatusCommand,  addTagCommands,   addJournalCommand,
+                                          addLinkCommands,   addQueueCommands, addRequestCommands,
+                                          addConfigCommands, addAppCommand,    addRegistrationsCommand};
 
 } // namespace plcctl

@@ -36,6 +36,14 @@ std::uint32_t address(const QXmlStreamReader& xml, const char* attribute)
     return text(xml, attribute).toUInt();
 }
 
+Attributes attributesOf(const QXmlStreamReader& xml)
+{
+    Attributes result;
+    for (const QXmlStreamAttribute& attribute : xml.attributes())
+        result.emplace(attribute.qualifiedName().toString().toStdString(), attribute.value().toString().toStdString());
+    return result;
+}
+
 // The address of something that a file switches off with -1.
 std::optional<std::uint32_t> optionalAddress(const QXmlStreamReader& xml, const char* attribute)
 {
@@ -152,6 +160,7 @@ void readBroker(QXmlStreamReader& xml, DeviceConfig& config)
 {
     BrokerEntry entry;
     entry.id = number(xml, "ID");
+    entry.attributes = attributesOf(xml);
     entry.name = utf8(xml, "Name");
     entry.host = utf8(xml, "IPOrURL");
     entry.port = address(xml, "Port");
@@ -167,6 +176,7 @@ void readPublication(QXmlStreamReader& xml, DeviceConfig& config)
 {
     PublicationEntry entry;
     entry.id = number(xml, "ID");
+    entry.attributes = attributesOf(xml);
     entry.name = utf8(xml, "Name");
     entry.dataAddress = address(xml, "DataAddr");
     entry.acknowledgeAddress = optionalAddress(xml, "BrokerReceivedAddr");
@@ -178,6 +188,7 @@ void readSubscription(QXmlStreamReader& xml, DeviceConfig& config)
 {
     SubscriptionEntry entry;
     entry.id = number(xml, "ID");
+    entry.attributes = attributesOf(xml);
     entry.name = utf8(xml, "Name");
     entry.dataAddress = address(xml, "DataAddr");
     entry.recordAddress = address(xml, "SubAddr");

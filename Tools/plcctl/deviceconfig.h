@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +9,9 @@
 namespace plcctl {
 
 // What the tools need to know of the device's configuration files. Addresses are positions in tag memory.
+
+// What stands in the file, by name, as it stands there.
+using Attributes = std::map<std::string, std::string>;
 
 struct BrokerEntry
 {
@@ -18,6 +22,7 @@ struct BrokerEntry
     std::uint32_t statusAddress = 0;
     std::optional<std::uint32_t> willAddress;
     std::uint32_t willSize = 0; // bytes
+    Attributes attributes = {};
 };
 
 struct PublicationEntry
@@ -27,6 +32,7 @@ struct PublicationEntry
     std::uint32_t dataAddress = 0;
     std::uint32_t dataSize = 0;                      // bytes
     std::optional<std::uint32_t> acknowledgeAddress; // of one byte
+    Attributes attributes = {};
 };
 
 // What the bytes of a tag, or of a struct's member, are.
@@ -54,6 +60,7 @@ struct SubscriptionEntry
     bool buffered = false;
     ValueLayout value = {};
     std::vector<MemberEntry> members = {}; // of a struct
+    Attributes attributes = {};
 };
 
 struct FileProblem

@@ -2,13 +2,10 @@
 #include "commands.h"
 #include "deviceconfig.h"
 #include "output.h"
-#include "requestqueue.h"
-#include "tagaccess.h"
-#include "tagnames.h"
+#include "requestexchange.h"
+#include "requestoptions.h"
 #include "tagtypes.h"
-#include "watchloop.h"
 
-#include "devicepaths.h"
 #include "Records/requestrecords.h"
 
 #include <array>
@@ -18,10 +15,7 @@ namespace plcctl {
 
 namespace {
 
-constexpr auto LookInterval = std::chrono::milliseconds(2);
-constexpr double DefaultTimeoutSeconds = 60;
-// Where the search for a byte begins that the configuration has no use for.
-constexpr std::uint64_t FirstStatusOperand = 1000;
+constexpr char TimeoutHelp[] = "How long to wait for the final answer; 0 doesn't wait";
 
 struct RequestKind
 {
@@ -54,15 +48,12 @@ struct RequestArguments
 {
     std::string entity;
     std::string publishState;
-    std::string statusOperand;
-    double timeoutSeconds = DefaultTimeoutSeconds;
-    bool json = false;
-    std::string configDirectory = DevicePaths::ConfigurationDirectory;
+    RequestOptions options;
 };
 
 struct RawArguments
 {
-    RequestArguments common;
+    RequestOptions options;
     std::uint16_t opcode = 0;
     std::optional<std::uint16_t> id;
     std::optional<std::uint32_t> statusAddress;
@@ -70,39 +61,6 @@ struct RawArguments
     std::string payload;
     std::optional<std::size_t> length;
 };
-
-std::uint64_t statusPosition(const RequestArguments& arguments, const DeviceConfig& config)
-{
-    const TagNames names(config);
-    if (arguments.statusOperand.empty()) {
-        std::uint64_t position = parsePosition(std::to_string(FirstStatusOperand), true);
-        while (!names.describe(position, 1).empty())
-            ++position;
-        return position;
-    }
-    const std::uint64_t position = parsePosition(arguments.statusOperand, true);
-    const std::string owner = names.describe(position, 1);
-    if (!owner.empty())
-        printNote("the status byte at " + describePosition(position) + " overwrites " + owner);
-    return position;
-}
-
-[[noreturn]] void failWithoutAnswer(const RequestQueue& queue, const std::optional<int>& last)
-{
-    if (last) {
-        throw Failure(ExitCode::NoAnswer, "the service took the request up and has not finished it; it goes on "
-                                          "without us, `--timeout` waits longer");
-    }
-    const long waiting = queue.attributes().mq_curmsgs;
-    if (waiting > 0) {
-        throw Failure(ExitCode::NoAnswer,
-                      "no answer, and " + std::to_string(waiting) + (waiting == 1 ? " message" : " messages") +
-                          " in the queue: is the service running, was it started after `plcctl queue create`, or is it "
-                          "busy with an earlier request? The request stays in the queue");
-    }
-    throw Failure(ExitCode::NoAnswer, "no answer, though the request was taken from the queue: the service is ending, "
-                                      "still starting (pause and start wait for that), or doesn't know the opcode");
-}
 
 ExitCode send(const PlannedRequest& request)
 {
@@ -114,35 +72,28 @@ ExitCode send(const PlannedRequest& request)
         return ExitCode::Done;
     }
 
-    constexpr std::array Neutral{NeutralAnswer};
-    writeTag(*request.statusPosition, Neutral);
-    const TagReader reader;
-    AnswerWatch watch(reader, *request.statusPosition);
-    const std::int64_t sentNanoseconds = journalNanoseconds();
-    queue.send(message);
-
-    WatchLoop loop(request.timeoutSeconds);
-    AnswerReport report(request, sentNanoseconds);
-    do
-        watch.look([&report](const Answer& answer) { return report.take(answer); });
-    while (!report.isFinal() && loop.pause(LookInterval));
-    report.end(watch.lost());
-    if (!report.isFinal())
-        failWithoutAnswer(queue, report.last());
+    RequestExchange exchange(queue, *request.statusPosition);
+    AnswerReport report(request, exchange.send(message));
+    const bool answered =
+        exchange.follow(request.timeoutSeconds, [&report](const Answer& answer) { return report.take(answer); });
+    report.end(exchange.lost());
+    if (!answered)
+        exchange.failWithoutAnswer();
     return exitCodeOf(*report.last());
 }
 
 ExitCode sendNamed(const RequestKind& kind, const RequestArguments& arguments)
 {
-    const DeviceConfig config = readDeviceConfig(arguments.configDirectory, ConfigScope::AllFiles);
-    PlannedRequest request{kind.name, std::nullopt, {}, std::nullopt, arguments.timeoutSeconds, arguments.json};
+    const DeviceConfig config = readDeviceConfig(arguments.options.configDirectory, ConfigScope::AllFiles);
+    PlannedRequest request{
+        kind.name, std::nullopt, {}, std::nullopt, arguments.options.timeoutSeconds, arguments.options.json};
     request.message.opcode = kind.opcode;
     if (kind.entity) {
         request.entity = findEntity(config, *kind.entity, arguments.entity);
         request.message.id = request.entity->id;
     }
     request.message.publishState = arguments.publishState == "on" ? 1 : 0;
-    request.statusPosition = statusPosition(arguments, config);
+    request.statusPosition = statusPlace(arguments.options, TagNames(config));
     request.message.statusOperand = static_cast<std::uint32_t>(*operandOf(*request.statusPosition));
     return send(request);
 }
@@ -151,7 +102,7 @@ ExitCode sendRaw(const RawArguments& arguments)
 {
     if (arguments.id && !hasId(arguments.opcode))
         throw Failure(ExitCode::Usage, "a record with this opcode has no place for --id");
-    const bool statusGiven = arguments.statusAddress || !arguments.common.statusOperand.empty();
+    const bool statusGiven = arguments.statusAddress || !arguments.options.statusOperand.empty();
     if (statusGiven && !hasStatusOperand(arguments.opcode))
         throw Failure(ExitCode::Usage, "a record with this opcode has no place for a status address");
 
@@ -159,33 +110,19 @@ ExitCode sendRaw(const RawArguments& arguments)
                            std::nullopt,
                            {},
                            std::nullopt,
-                           arguments.common.timeoutSeconds,
-                           arguments.common.json};
+                           arguments.options.timeoutSeconds,
+                           arguments.options.json};
     request.message = {
         arguments.mainOpcode, arguments.opcode, arguments.id.value_or(0), 0, arguments.statusAddress.value_or(0), {},
         arguments.length};
     if (!arguments.payload.empty())
         request.message.payload = bytesFromText(*findTagType("BYTES"), std::array{arguments.payload}, std::nullopt);
-    if (!arguments.common.statusOperand.empty()) {
-        const DeviceConfig config = readDeviceConfig(arguments.common.configDirectory, ConfigScope::AllFiles);
-        request.statusPosition = statusPosition(arguments.common, config);
+    if (!arguments.options.statusOperand.empty()) {
+        const DeviceConfig config = readDeviceConfig(arguments.options.configDirectory, ConfigScope::AllFiles);
+        request.statusPosition = statusPlace(arguments.options, TagNames(config));
         request.message.statusOperand = static_cast<std::uint32_t>(*operandOf(*request.statusPosition));
     }
     return send(request);
-}
-
-CLI::Option* addCommonOptions(CLI::App& command, RequestArguments& arguments, const char* statusHelp)
-{
-    auto* status = command.add_option("--status", arguments.statusOperand, statusHelp)->type_name("OPERAND");
-    command.add_option("--timeout", arguments.timeoutSeconds, "How long to wait for the final answer; 0 doesn't wait")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 1e9))
-        ->capture_default_str();
-    command.add_option("--config", arguments.configDirectory, "Configuration files to take names and addresses from")
-        ->type_name("DIR")
-        ->capture_default_str();
-    command.add_flag("--json", arguments.json, "Print one JSON object at the end");
-    return status;
 }
 
 void addRequest(CLI::App& group, const RequestKind& kind, Action& action)
@@ -199,8 +136,10 @@ void addRequest(CLI::App& group, const RequestKind& kind, Action& action)
         command->add_option("STATE", arguments->publishState, "on or off")
             ->required()
             ->check(CLI::IsMember({"on", "off"}));
-    addCommonOptions(*command, *arguments,
-                     "Byte for the answer; if left out, the first from 1000 up that the configuration doesn't use");
+    addRequestOptions(*command, arguments->options,
+                      {"--status",
+                       "Byte for the answer; if left out, the first from 1000 up that the configuration doesn't use",
+                       TimeoutHelp});
     command->footer(std::string("Example:\n  plcctl request ") + kind.name + kind.example);
     command->callback(
         [&action, &kind, arguments] { action = [&kind, arguments] { return sendNamed(kind, *arguments); }; });
@@ -213,7 +152,8 @@ void addRaw(CLI::App& group, Action& action)
     command->add_option("OPCODE", arguments->opcode, "The sub opcode, 0 to 65535")->required();
     command->add_option("--id", arguments->id, "Unique ID")->type_name("N");
     auto* status =
-        addCommonOptions(*command, arguments->common, "Byte for the answer; without it nothing is waited for");
+        addRequestOptions(*command, arguments->options,
+                          {"--status", "Byte for the answer; without it nothing is waited for", TimeoutHelp});
     command->add_option("--status-address", arguments->statusAddress, "Status address of the record, any 32 bits")
         ->type_name("N")
         ->excludes(status);

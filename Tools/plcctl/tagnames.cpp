@@ -7,6 +7,7 @@
 #include "Records/linkstates.h"
 #include "Records/subscriptionrecords.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 
@@ -83,13 +84,30 @@ std::string TagNames::describe(std::uint64_t position, std::uint64_t size) const
 {
     std::string names;
     for (const Area& area : m_areas) {
-        if (area.begin >= position + size || position >= area.end)
+        if (!touches(area, position, size))
             continue;
         names += (names.empty() ? "" : ", ") + area.name;
         if (area.isSubscriptionRecord && position >= area.begin)
             names += fieldSuffix(position - area.begin, size);
     }
     return names;
+}
+
+std::uint64_t TagNames::firstUnnamed(std::uint64_t position, std::uint64_t size) const
+{
+    while (true) {
+        const auto inTheWay = std::find_if(m_areas.begin(), m_areas.end(), [position, size](const Area& area) {
+            return touches(area, position, size);
+        });
+        if (inTheWay == m_areas.end())
+            return position;
+        position = inTheWay->end;
+    }
+}
+
+bool TagNames::touches(const Area& area, std::uint64_t position, std::uint64_t size)
+{
+    return area.begin < position + size && position < area.end;
 }
 
 } // namespace plcctl

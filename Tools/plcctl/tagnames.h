@@ -18,6 +18,12 @@ public:
     // of a subscription's record are named by that field as well.
     [[nodiscard]] std::string describe(std::uint64_t position, std::uint64_t size) const;
 
+    // The first position from `position` on where so many bytes touch nothing that has a name.
+    [[nodiscard]] std::uint64_t firstUnnamed(std::uint64_t position, std::uint64_t size) const;
+
+    // One tag more.
+    void add(std::uint64_t position, std::uint64_t size, std::string name);
+
 private:
     struct Area
     {
@@ -27,7 +33,7 @@ private:
         bool isSubscriptionRecord = false;
     };
 
-    void add(std::uint64_t position, std::uint64_t size, std::string name);
+    [[nodiscard]] static bool touches(const Area& area, std::uint64_t position, std::uint64_t size);
 
     std::vector<Area> m_areas;
 };

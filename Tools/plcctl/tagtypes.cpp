@@ -1,6 +1,7 @@
 #include "tagtypes.h"
 
 #include "failure.h"
+#include "nearestname.h"
 #include "utf.h"
 
 #include <algorithm>
@@ -30,13 +31,6 @@ constexpr std::array TagTypes{
 
 using Bytes = std::vector<std::uint8_t>;
 using ByteSpan = std::span<const std::uint8_t>;
-
-std::string lowered(std::string_view text)
-{
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), [](unsigned char c) { return std::tolower(c); });
-    return result;
-}
 
 [[noreturn]] void refuse(const TagType& type, const std::string& value, const std::string& reason)
 {

@@ -186,3 +186,17 @@ TEST_F(DeviceConfigTest, ReadingLeavesTheFilesAndTheDirectoryAlone)
     EXPECT_EQ(std::filesystem::last_write_time(directory / "Brokers.xml"), before);
     EXPECT_FALSE(std::filesystem::exists(directory / "Publications.xml"));
 }
+
+TEST_F(DeviceConfigTest, EveryEntityKeepsItsAttributesAsTheyStandInTheFile)
+{
+    put("Brokers.xml",
+        R"(<BrokersConf><Brokers><BrokerConf ID="1" Port=" 12 " Other="a&#10;&amp;"/></Brokers></BrokersConf>)");
+    put("Subscriptions.xml",
+        R"(<SubscriptionsConf><Subscriptions><SubscriptionConf Topic="S&#252;d/+"/></Subscriptions></SubscriptionsConf>)");
+    putPublications(R"(<PublicationConf Topic="{PLC.NAME}" QOS=""/>)");
+
+    const DeviceConfig config = read();
+    EXPECT_EQ(config.brokers.at(0).attributes, (Attributes{{"ID", "1"}, {"Port", " 12 "}, {"Other", "a\n&"}}));
+    EXPECT_EQ(config.subscriptions.at(0).attributes, (Attributes{{"Topic", "S\u00FCd/+"}}));
+    EXPECT_EQ(config.publications.at(0).attributes, (Attributes{{"Topic", "{PLC.NAME}"}, {"QOS", ""}}));
+}

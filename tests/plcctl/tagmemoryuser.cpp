@@ -2,7 +2,8 @@
 // usage: tagmemoryuser write COUNT                  writes one byte COUNT times
 //        tagmemoryuser register                     leaves two registrations behind
 //        tagmemoryuser unregister ID
-//        tagmemoryuser answer CODE...               prints one request and answers it with these values
+//        tagmemoryuser answer CODE...               prints one request and answers it with these values; "next" takes
+//                                                   one more, and @FILE writes that file to where a record is wanted
 //        tagmemoryuser handover RECORD DATA COUNT   hands COUNT messages over to the control application
 
 #include "tagmemory.h"
@@ -55,36 +56,85 @@ std::uint8_t readByte(unsigned long position)
     return value;
 }
 
-bool answerOneRequest(std::span<char*> codes)
+// The controller's side of the queue's other end.
+class Answerer
 {
-    constexpr std::size_t ReqIdAt = 2;
-    constexpr std::size_t StateRequestStatusAt = 4;
-    constexpr std::size_t StatusAt = 8;
-    constexpr std::uint16_t Pause = 13;
-    constexpr std::uint16_t Start = 14;
-
-    const mqd_t queue = mq_open("/MQTTQueue", O_RDONLY);
-    std::array<char, 1500> message{};
-    const timespec deadline{std::time(nullptr) + PatienceSeconds, 0};
-    const ssize_t size = mq_timedreceive(queue, message.data(), message.size(), nullptr, &deadline);
-    if (size < 0)
-        return false;
-    for (ssize_t at = 0; at < size; ++at)
-        std::printf("%02x", static_cast<unsigned>(static_cast<std::uint8_t>(message.at(static_cast<std::size_t>(at)))));
-    std::printf("\n");
-
-    std::uint16_t reqId = 0;
-    std::uint32_t operand = 0;
-    std::memcpy(&reqId, &message[ReqIdAt], sizeof reqId);
-    const bool isStateRequest = reqId == Pause || reqId == Start;
-    std::memcpy(&operand, &message.at(isStateRequest ? StateRequestStatusAt : StatusAt), sizeof operand);
-    const unsigned long position = TagMemory::OperandAddr2OffsetConversion(operand);
-    for (const char* code : codes) {
-        if (!writeByte(position, static_cast<std::uint8_t>(std::strtol(code, nullptr, 10))))
-            return false;
+public:
+    // False if there is no request, or something can't be written.
+    bool answer(std::span<char*> steps)
+    {
+        bool good = take();
+        for (const std::string_view step : steps) {
+            if (!good)
+                return false;
+            if (step == "next")
+                good = take();
+            else if (step.starts_with('@'))
+                good = writeRecord(step.substr(1).data());
+            else
+                good = writeByte(m_statusPosition, static_cast<std::uint8_t>(std::strtol(step.data(), nullptr, 10)));
+        }
+        return good;
     }
-    return true;
-}
+
+private:
+    static constexpr std::size_t ReqIdAt = 2;
+    static constexpr std::size_t StateRequestStatusAt = 4;
+    static constexpr std::size_t StatusAt = 8;
+    static constexpr std::size_t RecordOperandAt = 12;
+    static constexpr std::uint16_t Pause = 13;
+    static constexpr std::uint16_t Start = 14;
+    static constexpr std::uint16_t SecondPacket = 16;
+
+    bool take()
+    {
+        m_message.fill(0);
+        const timespec deadline{std::time(nullptr) + PatienceSeconds, 0};
+        const ssize_t size = mq_timedreceive(m_queue, m_message.data(), m_message.size(), nullptr, &deadline);
+        if (size < 0)
+            return false;
+        for (ssize_t at = 0; at < size; ++at) {
+            const auto byte = static_cast<std::uint8_t>(m_message.at(static_cast<std::size_t>(at)));
+            std::printf("%02x", static_cast<unsigned>(byte));
+        }
+        std::printf("\n");
+
+        const auto reqId = numberAt<std::uint16_t>(ReqIdAt);
+        const bool isStateRequest = reqId == Pause || reqId == Start;
+        // The second half of a record is answered where the first one was.
+        if (reqId != SecondPacket)
+            m_statusPosition = positionAt(isStateRequest ? StateRequestStatusAt : StatusAt);
+        return true;
+    }
+
+    bool writeRecord(const char* file) const
+    {
+        std::array<unsigned char, 4096> bytes{};
+        std::FILE* const input = std::fopen(file, "rb");
+        if (!input)
+            return false;
+        const std::size_t size = std::fread(bytes.data(), 1, bytes.size(), input);
+        std::fclose(input);
+        return TagMemory::Write(static_cast<unsigned short>(size), positionAt(RecordOperandAt), bytes.data()) == 0;
+    }
+
+    template<typename Number>
+    [[nodiscard]] Number numberAt(std::size_t at) const
+    {
+        Number number = 0;
+        std::memcpy(&number, &m_message.at(at), sizeof number);
+        return number;
+    }
+
+    [[nodiscard]] unsigned long positionAt(std::size_t at) const
+    {
+        return TagMemory::OperandAddr2OffsetConversion(numberAt<std::uint32_t>(at));
+    }
+
+    mqd_t m_queue = mq_open("/MQTTQueue", O_RDONLY);
+    std::array<char, 1500> m_message{};
+    unsigned long m_statusPosition = 0;
+};
 
 // The service's side of a buffered subscription whose tag is one UINT32.
 class HandOver
@@ -176,7 +226,7 @@ int main(int argc, char** argv)
     else if (what == "unregister")
         done = TagMemory::UnRegSync(number(2), 10) == 0;
     else if (what == "answer")
-        done = answerOneRequest(arguments.subspan(2));
+        done = Answerer().answer(arguments.subspan(2));
     else if (what == "handover")
         done = HandOver(number(2), number(3)).run(static_cast<std::uint32_t>(number(4)));
     return done ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -77,6 +77,20 @@ TEST(TagNames, AWriteOverSeveralTagsNamesThemAll)
     EXPECT_EQ(TagNames(plant()).describe(1024, 600), "general, statistics");
 }
 
+TEST(TagNames, RoomIsFoundBehindWhateverIsInTheWay)
+{
+    TagNames names(plant());
+    EXPECT_EQ(names.firstUnnamed(10'000, 2012), 10'000U);
+    EXPECT_EQ(names.firstUnnamed(1000, 24), 1000U);
+    EXPECT_EQ(names.firstUnnamed(1000, 25), 1036U);
+    EXPECT_EQ(names.firstUnnamed(1030, 1), 1036U);
+    EXPECT_EQ(names.firstUnnamed(1000, 900), 2069U);
+    EXPECT_EQ(names.firstUnnamed(1000, 1000), 4100U);
+    names.add(1036, 400, "more");
+    EXPECT_EQ(names.firstUnnamed(1000, 25), 1436U);
+    EXPECT_EQ(names.describe(1100, 1), "more");
+}
+
 TEST(TagNames, ANameCannotCommandTheTerminal)
 {
     DeviceConfig config;

@@ -34,6 +34,9 @@ COMMANDS = [
     "request pause",
     "request start",
     "request raw",
+    "config",
+    "config get",
+    "config set",
     "app",
 ]
 
@@ -82,6 +85,8 @@ def test_the_version_is_told(controller):
     + ["request pause --timeout -1", "request pause --status 16777216", "request pause --status x", "request raw"]
     + ["request raw 65536", "request raw 13 --id 1", "request raw 16 --id 1", "request raw 16 --status-address 1"]
     + ["request raw 0 --status 1 --status-address 1", "request raw 0 --payload abc", "app --messages 0"]
+    + ["config", "config get", "config get broker", "config get plant 1", "config set broker 1"]
+    + ["config get broker 1 --address x", "config get broker 1 --timeout -1", "config set broker 1 port=1 port=2"]
     + ["journal --for 1", "journal --last 1 --from 1 --follow", "status --interval 5"],
 )
 def test_wrong_usage_is_status_2_with_a_message_and_no_output(controller, arguments):
