@@ -25,6 +25,7 @@ def status_with(device, body, *arguments):
         "echo 1; exit 7",
         "echo 1; kill -9 $$",
         "yes 0 | head -c 8000000; echo 1",
+        "echo $((1 - $#))",  # no arguments
     ],
 )
 def test_a_one_in_the_output_is_a_clock_that_is_set(device, body):

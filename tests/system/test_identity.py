@@ -7,6 +7,7 @@ import pytest
 from support import csvlog
 from support.configuration import broker, publication, will
 from support.device import MAC_SCRIPT, SERIAL_SCRIPT, SETTINGS_FILE, client_library_calls
+from support.requests import BROKER_FAILED, CONNECT, DONE, PAUSE, START
 from support.waiting import wait_until
 
 RUNS = pathlib.Path("/tmp/script-runs")
@@ -171,3 +172,25 @@ def test_hanging_script_is_given_up_and_the_next_source_is_asked(device):
     device.start(spy=True)
     wait_until(lambda: client_library_calls("connect"), "the start to go on", timeout=40)
     assert client_library_calls("connect")[0]["options"]["will"]["topicName"] == "02:00:00:00:00:01"
+
+
+def test_script_that_could_not_be_started_is_tried_again(device):
+    """The serial number's script makes the other one executable."""
+    mac_script(device, "echo m")
+    MAC_SCRIPT.chmod(0o644)
+    body = f"import os\nos.chmod({str(MAC_SCRIPT)!r}, 0o755)\nprint('SN1')"
+    device.script(SERIAL_SCRIPT, body, interpreter="/usr/bin/python3")
+    assert expanded(device, "a{PLC.MAC}b", "{PLC.SN}", "{PLC.MAC}") == ["ab", "SN1", "m"]
+
+
+def test_name_is_read_at_each_start_and_the_serial_number_once_for_all(device):
+    serial_script(device, "SN1")
+    device.configure(brokers=[broker(Port=9, ConnectionInterval=0, **will(1, "{PLC.NAME}/{PLC.SN}"))])
+    device.run(spy=True)
+    device.settings({"plcName": "saw"})
+    serial_script(device, "SN2")
+    for request in (PAUSE, START):
+        assert device.requests.ask(request) == DONE
+    assert device.requests.ask(CONNECT, 1) == BROKER_FAILED
+    topics = [call["options"]["will"]["topicName"] for call in client_library_calls("connect")]
+    assert topics == ["press/SN1", "saw/SN1"]

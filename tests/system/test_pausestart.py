@@ -154,6 +154,19 @@ def test_records_are_cleared_by_a_start(device, mosquitto, send):
     assert device.broker() == BrokerStatus(0, 0, 0)
 
 
+def test_statistics_count_on_after_a_start(device, mosquitto):
+    mosquitto()
+    device.configure(publications=[publication(PeriodicInterval=50)])
+    device.run()
+    wait_until(lambda: device.statistics().sent >= 3, "publications")
+    pause_and_start(device)
+    sent = device.statistics().sent
+    assert device.requests.ask(CONNECT, 1) == DONE
+    wait_until(lambda: device.statistics().sent > sent + 2, "further publications")
+    writes = device.tags.journal(configuration.STATISTICS_AT)
+    assert [records.Statistics.decode(write.data).sent for write in writes] == list(range(1, len(writes) + 1))
+
+
 def test_edited_files_take_effect(device, scripted):
     partner = scripted(1884)
     general_at, statistics_at = 0x600, 0x700
@@ -162,6 +175,7 @@ def test_edited_files_take_effect(device, scripted):
     )
     device.run()
     device.tags.write(data_at(9), b"new!")
+    registered = device.tags.registrations(), device.tags.registrations_made()
     pause(device)
     device.configure(
         brokers=[on_request_only(1, Port=1884, ClientID="other")],
@@ -178,6 +192,7 @@ def test_edited_files_take_effect(device, scripted):
     assert partner.on("other/topic")[0].payload == b"new!"
     assert partner.on("plc/data/1") == []
     assert device.requests.ask(SUBSCRIBE, 1) == UNKNOWN_ID
+    assert (device.tags.registrations(), device.tags.registrations_made()) == registered
     # The counts are those of the run-up; the addresses are the new ones.
     assert device.status() == PAUSED
     assert device.tags.general(general_at) == records.General(RUNNING, 1, 1, 1, 0)

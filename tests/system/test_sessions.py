@@ -186,3 +186,13 @@ def test_messages_of_the_time_between_arrive(device, mosquitto, send, qos):
     assert device.statistics().received == 21
     # Nobody had to subscribe.
     assert partner.log().count("Received SUBSCRIBE from plc-1") == 1
+
+
+def test_lines_of_a_kept_session(device, scripted):
+    run(device, scripted, subscription(1))
+    rows = [(row.severity, row.message) for row in csvlog.rows() if row.function.startswith("ClientBroker::")]
+    line = (
+        "CONNECT by cBroker 'broker1' endded with (0). Stats are (Connected(1) | ReturnCode(0) | SessionPresent(1)). "
+        "returned.sessionPresent is (1)"
+    )
+    assert ("DEBUG", line) in rows[rows.index(("DEBUG", "FIRED")) :]

@@ -1,5 +1,6 @@
 """How the service dies: of the signal that it got, with its teardown done."""
 
+import ctypes
 import pathlib
 import signal
 
@@ -7,6 +8,7 @@ import pytest
 
 from support import configuration, csvlog, records
 from support.device import CLOCK_SCRIPT, MAC_SCRIPT, STANDARD_ERROR, VERBOSE, died_of
+from support.requests import CONNECT, UNKNOWN_ID
 from support.waiting import holds_for, wait_until
 
 TERMINATION_SIGNALS = [
@@ -110,7 +112,22 @@ def test_broken_pipe_signal_is_told_each_time(device):
         wait_until(lambda: STANDARD_ERROR.read_text().count("Catch signal 13\n") == count, f"line {count}")
 
 
-@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGUSR1], ids=lambda number: number.name)
+def test_broken_pipe_on_the_request_thread_costs_no_request(device):
+    """The queue's receive goes on behind the handler."""
+    device.configure(brokers=[configuration.broker(AutoConnect=0)])
+    service = device.run(*VERBOSE)
+    assert device.requests.ask(CONNECT, 9999) == UNKNOWN_ID
+    thread = next(row.thread for row in csvlog.rows() if row.message.startswith("reqId:"))
+    assert ctypes.CDLL(None).tgkill(service.pid, thread, signal.SIGPIPE) == 0
+    wait_until(lambda: "Catch signal 13\n" in STANDARD_ERROR.read_text(), "the line")
+    assert device.requests.ask(CONNECT, 9999) == UNKNOWN_ID
+    assert csvlog.messages("ERROR") == []
+
+
+DEFAULTS = [signal.SIGHUP, signal.SIGUSR1, signal.SIGSEGV, signal.SIGBUS]
+
+
+@pytest.mark.parametrize("number", DEFAULTS, ids=lambda number: number.name)
 def test_other_signals_keep_their_default(device, number):
     device.configure(brokers=[configuration.broker(AutoConnect=0)])
     service = device.run(*VERBOSE)

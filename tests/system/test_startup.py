@@ -74,6 +74,13 @@ def test_steps_of_the_start_follow_each_other_in_order(device):
             "CheckSystemTime",
         )
     ]
+    wait_until(lambda: csvlog.has_message("Start Forever"), "the request thread")
+    for line in (
+        "    Configuration files parsed successfully",
+        "    MQTTClient creation done successfully",
+        f"{'#' * 25} Start Forever reading loop of MQTT requstes {'#' * 25}",
+    ):
+        assert line in csvlog.messages("DEBUG")
 
 
 def test_addresses_of_the_records_come_from_the_general_file(device, mosquitto):
@@ -148,7 +155,9 @@ def test_words_behind_the_fixed_positions_have_no_effect(device):
 
 
 def test_configuration_files_are_left_as_they_are(device):
-    device.configure(brokers=[configuration.broker(AutoConnect=0)], publications=[configuration.publication()])
+    # A client identifier that the service makes up isn't written back either.
+    brokers = [configuration.broker(AutoConnect=0, ClientID=None)]
+    device.configure(brokers=brokers, publications=[configuration.publication()])
     before = {file.name: file.read_bytes() for file in configuration.DIRECTORY.iterdir()}
     device.run().stop()
     assert {file.name: file.read_bytes() for file in configuration.DIRECTORY.iterdir()} == before

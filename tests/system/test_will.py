@@ -132,3 +132,12 @@ def test_will_tag_is_registered(device):
     device.run()
     ((first, *_),) = device.tags.registrations().values()
     assert (first.length, first.address) == (21, configuration.WILLS_AT)
+
+
+@pytest.mark.parametrize(
+    ("memory", "message"),
+    [("ende € 😀".encode(), "ende € 😀"), (b"\xff\xfeab", "\ufffd\ufffdab")],
+    ids=["utf-8", "no utf-8"],
+)
+def test_will_beyond_ascii_is_utf8(device, scripted, memory, message):
+    assert announced_will(device, scripted, memory + b"\0", **will(30)).message == message.encode()

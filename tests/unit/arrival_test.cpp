@@ -324,6 +324,7 @@ TEST_F(JsonArrival, badJsonIsRecordedAsAnArrivalAndRefusedAsData)
     EXPECT_EQ(record().m_ReceivedBit, 1);
     EXPECT_EQ(topicIn(record()), u"line/set");
     EXPECT_TRUE(log.contains(R"(DEBUG Invalid JSON for 'setpoint'. Json ({"a":) error is (unterminated object))"));
+    EXPECT_FALSE(log.contains("DEBUG Accepted message does not belong to any topic"));
 }
 
 TEST_F(JsonArrival, aGoodMessageDoesNotClearTheStatusOfABadOne)
@@ -610,6 +611,13 @@ TEST_F(ArrivalDuringRequest, requestsToOneBrokerTakeTurns)
     second.join();
     EXPECT_EQ(most, 1);
     EXPECT_EQ(FakeMqttClient::state().subscribes.size(), 2U);
+}
+
+TEST_F(Arrival, ofAnUnbufferedSubscriptionEndsAnOldHandOverState)
+{
+    subscriber.m_Status.m_BufferedDataStatus = BDS_WAITING;
+    arrive("line/set", "abcd");
+    EXPECT_EQ(record().m_BufferedDataStatus, 0);
 }
 
 } // namespace

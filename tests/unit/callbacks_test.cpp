@@ -236,4 +236,23 @@ TEST_F(Callbacks, aLossShowsInTheStatusBlock)
     EXPECT_TRUE(log.contains("INFO ClientBroker 'plant' lost is connection"));
 }
 
+TEST_F(Callbacks, aDeliveryCountsAfterThePublishersHaveHeardOfIt)
+{
+    class Looker : public RecordingCaller
+    {
+    public:
+        using RecordingCaller::RecordingCaller;
+        void DeliveryComplete(int token) override
+        {
+            EXPECT_EQ(FakeTagMemory::bytesAt(2004, 4), (Bytes{0, 0, 0, 0}));
+            RecordingCaller::DeliveryComplete(token);
+        }
+    };
+    Looker publisher(CT_PUBLISHER, false);
+    addCallers({&publisher});
+    FakeMqttClient::deliver(broker.m_MQTTClient, 9);
+    EXPECT_EQ(publisher.m_heard.size(), 1U);
+    EXPECT_EQ(acknowledged(), (Bytes{1, 0, 0, 0}));
+}
+
 } // namespace

@@ -415,4 +415,24 @@ TEST_F(Connecting, doesNotStandAsConnectedWhenTheLossCameFirst)
     EXPECT_EQ(statusBlock(), (Bytes{0, 0, 0xF3, 0}));
 }
 
+TEST_F(Connecting, whileConnectedDoesNotAskForTheLink)
+{
+    connectBroker();
+    setLink(0, 0);
+    EXPECT_EQ(broker.Connect(), CB_CONNECT_REFUSED);
+    EXPECT_EQ(statusBlock(), (Bytes{1, 0, 0xF5, 0}));
+}
+
+TEST_F(Connecting, logsTheBrokersAnswerBesideTheBlocksSession)
+{
+    FakeMqttClient::state().sessionPresent = 1;
+    const LogCapture log;
+    broker.Connect();
+    EXPECT_TRUE(log.contains("DEBUG CONNECT by cBroker 'plant' endded with (0). Stats are (Connected(1) | "
+                             "ReturnCode(0) | SessionPresent(1)). returned.sessionPresent is (1)"));
+    broker.Connect(); // refused: the block keeps the session, the answer is the record's initial one
+    EXPECT_TRUE(log.contains("DEBUG CONNECT by cBroker 'plant' endded with (-11). Stats are (Connected(1) | "
+                             "ReturnCode(-11) | SessionPresent(1)). returned.sessionPresent is (0)"));
+}
+
 } // namespace

@@ -208,11 +208,17 @@ protected:
 TEST_F(Finalizing, takesDownInOrder)
 {
     manager().m_regIDs = {7, 9};
+    Subscriber orders;
+    orders.m_Name = "orders";
+    orders.m_BufferedFlag = true;
+    manager().m_subscriptions.append(orders);
     const LogCapture log;
     finalize();
-    EXPECT_THAT(log.lines(), ElementsAre("DEBUG START (isInitDone? (1))", "DEBUG     Unregister operands",
-                                         "DEBUG     Unregister operands", "DEBUG     Destory MQTTClient of 'plant'",
-                                         "DEBUG     Destory MQTTClient of 'office'", "DEBUG END"));
+    EXPECT_THAT(log.lines(),
+                ElementsAre("DEBUG START (isInitDone? (1))", "DEBUG     Unregister operands",
+                            "DEBUG     Unregister operands", "DEBUG     Subscriber 'orders' released it messages",
+                            "DEBUG     Destory MQTTClient of 'plant'", "DEBUG     Destory MQTTClient of 'office'",
+                            "DEBUG END"));
     EXPECT_THAT(FakeTagMemory::state().unregistered, ElementsAre(testing::Pair(7, 10), testing::Pair(9, 10)));
     EXPECT_THAT(FakeMqttClient::state().calls, ElementsAre("destroy", "destroy"));
     EXPECT_EQ(manager().m_clientBrokers.at(0).m_State, PS_PAUSED);

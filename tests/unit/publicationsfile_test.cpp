@@ -126,6 +126,15 @@ TEST_F(PublicationsFile, membersOfOtherTypesAreIgnored)
     EXPECT_TRUE(parseOne("DataType='7'", "<DataMembers><DataMember/></DataMembers>").m_DataMembers.isEmpty());
 }
 
+TEST_F(PublicationsFile, everyElementBehindTheFirstMemberIsRead)
+{
+    const Publisher publisher = parseOne("DataType='10'", "<DataMembers><X DName='no'/><DataMember DName='a'/>"
+                                                          "<X DName='b'/></DataMembers>");
+    ASSERT_EQ(publisher.m_DataMembers.size(), 2);
+    EXPECT_EQ(publisher.m_DataMembers.at(0).Name, "a");
+    EXPECT_EQ(publisher.m_DataMembers.at(1).Name, "b");
+}
+
 TEST_F(PublicationsFile, aStructWithoutMembersHasNoSize)
 {
     EXPECT_EQ(parseOne("DataType='10'").m_DataSize, -1);

@@ -259,6 +259,30 @@ TEST_F(DisConnecting, theEndOfTheProcessSaysNoGoodbye)
     EXPECT_THAT(calls(), ElementsAre("destroy"));
 }
 
+TEST_F(DisConnecting, tellsEachSubscriberRightBehindItsUnsubscribeAndSaysGoodbyeLast)
+{
+    add(CT_SUBSCRIBER, "s0");
+    add(CT_SUBSCRIBER, "s1");
+    FakeMqttClient::state().duringSubscribe = [this](MQTTClient) { events.push_back("unsubscribe"); };
+    FakeMqttClient::state().duringDisconnect = [this](MQTTClient) { events.push_back("goodbye"); };
+    broker.DisConnect();
+    EXPECT_THAT(events, ElementsAre("unsubscribe", "s0 disconnected", "unsubscribe", "s1 disconnected", "goodbye"));
+}
+
+TEST_F(DisConnecting, logsItsFailures)
+{
+    broker.m_SessionPresent = 1;
+    const LogCapture log;
+    FakeMqttClient::state().disconnectResults = {-1};
+    broker.DisConnect();
+    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
+    broker.DisConnect();
+    EXPECT_THAT(log.lines(), ElementsAre("DEBUG DISCONNECT by cBroker 'plant' endded with (-1). Stats are "
+                                         "(Connected(1) | ReturnCode(-1) | SessionPresent(1))",
+                                         "DEBUG DISCONNECT by cBroker 'plant' endded with (-12). Stats are "
+                                         "(Connected(1) | ReturnCode(-12) | SessionPresent(1))"));
+}
+
 class Loss : public Reconnection
 {
 };
@@ -306,8 +330,12 @@ TEST_F(Loss, aSecondOneAddsTheSameSubscribersAgain)
 TEST_F(Loss, makesNoCallIntoTheLibraryBeforeTheCallbackReturns)
 {
     add(CT_SUBSCRIBER, "s0");
+    int asked = 0; // isConnected is left out of the calls
+    FakeMqttClient::state().duringIsConnected = [&] { ++asked; };
     loseWithoutRetry();
+    FakeMqttClient::state().duringIsConnected = nullptr;
     EXPECT_THAT(calls(), IsEmpty());
+    EXPECT_EQ(asked, 0);
 }
 
 class Loop : public Reconnection
@@ -391,7 +419,7 @@ TEST_F(Loop, aPauseEndsItWithoutAnotherUseOfTheClient)
     EXPECT_TRUE(log.contains("DEBUG Done reconnecting, State is (2) broker 'plant'"));
 }
 
-TEST_F(Loop, aPauseDuringItsSleepEndsItWithoutAnAttempt)
+TEST_F(Loop, inAPausedServiceItDoesNotBegin)
 {
     broker.m_State = PS_PAUSED;
     loop();
@@ -399,11 +427,27 @@ TEST_F(Loop, aPauseDuringItsSleepEndsItWithoutAnAttempt)
     EXPECT_THAT(FakeSleep::waits(), IsEmpty());
 }
 
+TEST_F(Loop, aPauseDuringItsSleepEndsItWithoutAnAttempt)
+{
+    FakeSleep::duringWait() = [this] { broker.m_State = PS_PAUSED; };
+    const LogCapture log;
+    loop();
+    FakeSleep::duringWait() = nullptr;
+    EXPECT_THAT(calls(), IsEmpty());
+    EXPECT_EQ(FakeSleep::waits().size(), 1U);
+    EXPECT_TRUE(log.contains("DEBUG Done reconnecting, State is (2) broker 'plant'"));
+}
+
 TEST_F(Loop, isNotBusyWhileItSleeps)
 {
+    bool wasBusyAsleep = false;
     bool wasBusyInAttempt = false;
+    FakeSleep::duringWait() = [&] { wasBusyAsleep |= broker.IsBusy(); };
+    FakeMqttClient::state().connectResults = {-1, 0}; // a sleep behind an attempt as well
     FakeMqttClient::state().duringConnect = [&] { wasBusyInAttempt = broker.IsBusy(); };
     loop();
+    FakeSleep::duringWait() = nullptr;
+    EXPECT_FALSE(wasBusyAsleep);
     EXPECT_TRUE(wasBusyInAttempt);
     EXPECT_FALSE(broker.IsBusy());
 }
@@ -490,12 +534,23 @@ TEST_F(Session, tellsThemBeforeTheStatusBlockShowsTheConnection)
 {
     add(CT_SUBSCRIBER, "s0");
     loseWithoutRetry();
-    FakeTagMemory::state().writes.clear();
-    Bytes blockAtNotice;
-    FakeMqttClient::state().duringConnect = [&] { blockAtNotice = statusBlock(); };
+    events.clear();
+    FakeTagMemory::state().duringWrite = [this] { events.push_back("block"); };
     broker.Connect();
-    EXPECT_EQ(blockAtNotice, (Bytes{0, 0, 0xF3, 0}));
-    EXPECT_EQ(FakeTagMemory::writesAt(BlockAddress).size(), 1U);
+    FakeTagMemory::state().duringWrite = nullptr;
+    EXPECT_THAT(events, ElementsAre("s0 session", "block"));
+}
+
+TEST_F(Session, theNoticeHasItsLine)
+{
+    loseWithoutRetry();
+    const LogCapture log;
+    broker.Connect();
+    EXPECT_EQ(log.count("DEBUG FIRED"), 1);
+    FakeMqttClient::setConnected(broker.m_MQTTClient, false);
+    FakeMqttClient::state().sessionPresent = 0;
+    broker.Connect();
+    EXPECT_EQ(log.count("DEBUG FIRED"), 1);
 }
 
 TEST_F(Session, anUnsubscribedOneAheadShiftsThePairsSoThatNobodyIsTold)

@@ -546,4 +546,30 @@ TEST_F(Scheduler, stoppingWithoutRowsOnlyWaits)
     EXPECT_THAT(FakeSleep::waits(), testing::ElementsAre(1000ms));
 }
 
+TEST_F(Scheduler, startsItsRowsBehindTheWait)
+{
+    addPublication(1, 60'000);
+    QList<ClientBroker*> brokers{&broker};
+    scheduler.SetPeriodicConnectAttempt(brokers);
+    bool isEarly = false;
+    FakeSleep::duringWait() = [&] {
+        isEarly = scheduler.m_PublisherTimers[0].isActive() || scheduler.m_ConnectTimers[0].isActive();
+    };
+    run();
+    FakeSleep::duringWait() = nullptr;
+    EXPECT_FALSE(isEarly);
+    EXPECT_TRUE(scheduler.m_PublisherTimers[0].isActive() && scheduler.m_ConnectTimers[0].isActive());
+}
+
+TEST_F(Scheduler, ticksThatAreMissedAreNotMadeUpFor)
+{
+    connectBroker();
+    addPublication(1, 100);
+    run();
+    std::this_thread::sleep_for(450ms);
+    QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
+    EXPECT_LE(published(), 2U); // not four
+}
+
 } // namespace

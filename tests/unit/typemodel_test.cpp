@@ -36,8 +36,8 @@ INSTANTIATE_TEST_SUITE_P(NoEntriesCountAsOne, TypeSize,
                          testing::Values(SizeCase{1, -1, 0, 1}, SizeCase{4, -1, 0, 2}, SizeCase{8, -1, 0, 4}));
 INSTANTIATE_TEST_SUITE_P(Arrays, TypeSize,
                          testing::Values(SizeCase{2, -1, 5, 5}, SizeCase{4, -1, 3, 6}, SizeCase{6, -1, 4, 16},
-                                         SizeCase{6, 77, 4, 16}, SizeCase{6, -1, 1073741824, -1},
-                                         SizeCase{6, -1, Largest / 4, 2147483644}));
+                                         SizeCase{6, 77, 4, 16}, SizeCase{2, -1, -5, -5}, SizeCase{6, -1, -3, -12},
+                                         SizeCase{6, -1, 1073741824, -1}, SizeCase{6, -1, Largest / 4, 2147483644}));
 INSTANTIATE_TEST_SUITE_P(Texts, TypeSize,
                          testing::Values(SizeCase{11, 5, 1, 6}, SizeCase{12, 5, 1, 12}, SizeCase{9, 5, 1, 24},
                                          SizeCase{11, 5, 9, 6}, SizeCase{11, -1, 0, 0}, SizeCase{12, -1, 1, 0},
