@@ -303,7 +303,7 @@ def test_several_rounds_double_nothing(device, scripted):
     begin = len(partner.publishes)
     attempts = device.broker_history(1).count(REFUSED)
     holds_for(lambda: True, "", 2)
-    assert 8 <= len(partner.publishes) - begin <= 11
+    assert 5 <= len(partner.publishes) - begin <= 11  # rows that were bound twice would send 20
     assert 1 <= device.broker_history(1).count(REFUSED) - attempts <= 3
 
 

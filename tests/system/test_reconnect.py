@@ -102,7 +102,7 @@ def test_service_connects_again_after_its_interval(device, scripted):
     device.run(*VERBOSE)
     lost = lose(device, partner)
     wait_ended(NOTHING_LEFT_TO_DO)
-    assert 2 <= partner.connects[1].time - lost < 2 + LATENESS
+    assert 1.9 <= partner.connects[1].time - lost < 2 + LATENESS
     assert statuses(device)[-2:] == [LOST, CONNECTED]
     # Publications go on by themselves, subscriptions don't.
     sent = len(partner.publishes)
@@ -249,7 +249,7 @@ def test_newer_loss_takes_the_attempts_over(device, scripted):
     wait_until(lambda: time.monotonic() - first > 1.5, "some of the first loop's sleep")
     second = lose(device, partner)
     wait_until(lambda: len(partner.connects) == 3, "the reconnection")
-    assert 3 <= partner.connects[2].time - second < 3 + LATENESS
+    assert 2.9 <= partner.connects[2].time - second < 3 + LATENESS
     wait_ended(NOTHING_LEFT_TO_DO, 2)
     assert statuses(device)[-3:] == [CONNECTED, LOST, CONNECTED]
     assert partner.connections == 3

@@ -37,7 +37,7 @@ def test_first_publication_comes_one_period_after_the_start(device, mosquitto, l
     running = time.monotonic()
     assert listener.received == []
     first = listener.wait_for("plc/data/1")[0]
-    assert 0.5 < first.time - running < 2.5
+    assert 0.5 < first.time - running < 3
 
 
 def test_failed_broker_is_tried_again_at_its_interval(device, scripted):
@@ -48,7 +48,7 @@ def test_failed_broker_is_tried_again_at_its_interval(device, scripted):
     wait_until(lambda: len(partner.connects) >= 6, "three attempts", timeout=12)
     # Each attempt is made in two versions of the protocol.
     begins = [connect.time for connect in partner.connects[0:6:2]]
-    assert 1.8 < begins[2] - begins[1] < 3.5
+    assert 1.8 < begins[2] - begins[1] < 4
 
 
 def test_retries_stop_after_success(device, mosquitto):

@@ -178,4 +178,4 @@ def test_idle_service_takes_hardly_any_processor_time(device, mosquitto):
     service = device.run()
     before = service.processor_seconds()
     holds_for(lambda: not service.has_ended(), "the service", 3)
-    assert service.processor_seconds() - before < 0.3
+    assert service.processor_seconds() - before < 0.6
