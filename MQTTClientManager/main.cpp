@@ -35,7 +35,10 @@ void SIGPIPESignalHandler(int number)
     char* digits = line + sizeof line - 4;
     digits[0] = static_cast<char>('0' + number / 10);
     digits[1] = static_cast<char>('0' + number % 10);
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, line, sizeof line - 1);
+    // When the standard error itself is the broken pipe, nobody hears this line, and each one would bring the next
+    // signal for ever: from then on the error code of the write that failed is all that is needed.
+    if (write(STDERR_FILENO, line, sizeof line - 1) < 0 && errno == EPIPE)
+        signal(number, SIG_IGN);
     errno = savedErrno;
 }
 

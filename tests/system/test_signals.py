@@ -1,13 +1,14 @@
 """How the service dies: of the signal that it got, with its teardown done."""
 
 import ctypes
+import os
 import pathlib
 import signal
 
 import pytest
 
 from support import build, configuration, csvlog, records
-from support.device import CLOCK_SCRIPT, MAC_SCRIPT, STANDARD_ERROR, VERBOSE, died_of
+from support.device import CLOCK_SCRIPT, MAC_SCRIPT, STANDARD_ERROR, STANDARD_OUTPUT, TEARDOWN_SECONDS, VERBOSE, died_of
 from support.requests import CONNECT, UNKNOWN_ID
 from support.waiting import holds_for, wait_until
 
@@ -20,7 +21,6 @@ TERMINATION_SIGNALS = [
     signal.SIGALRM,
     signal.SIGTERM,
 ]
-TEARDOWN_SECONDS = 8
 
 SCRIPT_STARTED = pathlib.Path("/tmp/script-started")
 HANGING_SCRIPT = f"touch {SCRIPT_STARTED}; exec sleep 60"
@@ -122,6 +122,24 @@ def test_broken_pipe_on_the_request_thread_costs_no_request(device):
     wait_until(lambda: "Catch signal 13\n" in STANDARD_ERROR.read_text(), "the line")
     assert device.requests.ask(CONNECT, 9999) == UNKNOWN_ID
     assert csvlog.messages("ERROR") == []
+
+
+@pytest.mark.parametrize("words", [(), VERBOSE], ids=["plain", "verbose"])
+def test_reader_of_the_output_that_goes_away_costs_nothing(device, words):
+    """As with `MQTTClientManager 2>&1 | head`: the line about the broken pipe breaks the pipe as well."""
+    device.configure(brokers=[configuration.broker(AutoConnect=0)])
+    readers = {}
+    for file in (STANDARD_OUTPUT, STANDARD_ERROR):
+        os.mkfifo(file)
+        readers[file] = os.open(file, os.O_RDONLY | os.O_NONBLOCK)
+    service = device.run(*words)
+    for file, reader in readers.items():
+        os.close(reader)
+        file.unlink()  # what reads it after the test would wait for ever
+    device.requests.send(999)  # an error line, at any level of the log
+    assert device.requests.ask(CONNECT, 9999) == UNKNOWN_ID
+    service.signal(signal.SIGTERM)
+    assert died_of(service.wait(TEARDOWN_SECONDS)) == signal.SIGTERM
 
 
 DEFAULTS = [signal.SIGHUP, signal.SIGUSR1]
