@@ -1,10 +1,34 @@
 #include "Utils/scriptrunner.h"
 
 #include <algorithm>
+#include <csignal>
+#include <linux/close_range.h>
 #include <QDeadlineTimer>
 #include <QProcess>
+#include <unistd.h>
 
 namespace {
+
+// A program that gets none of this process's files and sockets: a child that it leaves behind would keep a broker from
+// seeing the end of its connection. And it leads a group of its own, so that what it has started can be ended with it.
+class Program : public QProcess
+{
+public:
+    void killGroup()
+    {
+        if (processId() > 0)
+            ::kill(-static_cast<pid_t>(processId()), SIGKILL);
+        kill(); // itself, in case that it has no group yet
+        waitForFinished(1000);
+    }
+
+protected:
+    void setupChildProcess() override // between fork and exec
+    {
+        close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+        setpgid(0, 0);
+    }
+};
 
 constexpr int MostOutput = 16 << 20; // bytes
 constexpr qint64 LongestWait = 100;  // ms, between two looks whether the program is still wanted
@@ -23,7 +47,7 @@ namespace ScriptRunner {
 std::optional<QByteArray> run(const QString& program, const QStringList& arguments, std::chrono::milliseconds timeout,
                               bool (*isGivenUp)())
 {
-    QProcess process;
+    Program process;
     process.setStandardErrorFile(QProcess::nullDevice());
     process.start(program, arguments, QIODevice::ReadWrite);
 
@@ -34,8 +58,7 @@ std::optional<QByteArray> run(const QString& program, const QStringList& argumen
         takeOutput(process, output);
     }
     if (process.state() != QProcess::NotRunning) {
-        process.kill();
-        process.waitForFinished(1000);
+        process.killGroup();
         return std::nullopt;
     }
     if (process.error() == QProcess::FailedToStart)

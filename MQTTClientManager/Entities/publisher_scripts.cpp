@@ -52,18 +52,23 @@ std::optional<QByteArray> runWhileWanted(const QString& commandLine)
     return ScriptRunner::runCommandLine(commandLine, ScriptTimeout, ProcessEnding::hasBegun);
 }
 
+// Ends its turn ahead of the publication, which may have to wait for a broker.
+std::optional<QByteArray> protobufMessage(const QString& description)
+{
+    const ScriptTurn turn(protobuf);
+    if (!runWhileWanted(QString(DevicePaths::ProtobufCommand).arg(description)))
+        return std::nullopt;
+    // Intended: a message that the script has left in place from an earlier run is published again.
+    return readRegularFile(DevicePaths::ProtobufResultFile, SIZEOF_PUBLISH_BUFFER + 1);
+}
+
 } // namespace
 
 PublicationStatusCodes Publisher::publishProtobuf()
 {
-    const ScriptTurn turn(protobuf);
     const QString description = DevicePaths::PublicationScriptDirectory + tagText();
     PLOG_DEBUG << QString("Protobuf file is '%1'").arg(description);
-    if (!runWhileWanted(QString(DevicePaths::ProtobufCommand).arg(description)))
-        return PSC_ERROR_NOT_PUBLISHED;
-
-    // Intended: a message that the script has left in place from an earlier run is published again.
-    const auto message = readRegularFile(DevicePaths::ProtobufResultFile, SIZEOF_PUBLISH_BUFFER + 1);
+    const auto message = protobufMessage(description);
     if (!message)
         return PSC_ERROR_NOT_PUBLISHED;
     if (message->size() > SIZEOF_PUBLISH_BUFFER)

@@ -355,3 +355,12 @@ def test_candidates_are_files_and_the_first_two_are_named(device):
     assert f"ClientBroker::ClientBroker() m_caFilesList {order[0]} {order[1]}" in csvlog.messages("DEBUG")
     for turn in range(3):
         assert attempt(device) == END.format((turn + 1) % 3)
+
+
+def test_files_keep_the_mode_of_what_they_are_copies_of(device):
+    as_candidates("a.pem")
+    (CANDIDATES / "a.pem").chmod(0o640)
+    start(device, "echo 1")
+    CA_FILE.chmod(0o604)
+    attempt(device)
+    assert (CA_FILE.stat().st_mode & 0o777, KEEP_FILE.stat().st_mode & 0o777) == (0o640, 0o604)

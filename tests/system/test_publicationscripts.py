@@ -420,3 +420,55 @@ def test_signal_while_a_protobuf_script_hangs_on_the_main_thread(device, mosquit
     scripts(message=PYTHON_HANG)
     start_online(device, mosquitto, listen, protobuf(PeriodicInterval=50))
     assert_dies_without_its_script(device)
+
+
+def test_broker_that_acknowledges_nothing_holds_no_other_script_publication_up(device, scripted, scripts):
+    """The turn of a script ends with its result file: the main thread doesn't wait for the other thread's broker."""
+    healthy, stalled = scripted(1883), scripted(1884)
+    stalled.acknowledge = False
+    runs = pathlib.Path("/tmp/runs")
+    scripts(message=f"open('{runs}', 'a').write(sys.argv[1]); result.write_text('x')")
+    write_text(device, "asked-for", 2)
+    PROTOBUF_RESULT.parent.mkdir(parents=True, exist_ok=True)
+    periodic, asked_for = protobuf(1, PeriodicInterval=100), protobuf(2, CBrokerID=2, QOS=1)
+    device.configure(brokers=[broker(1), broker(2, Port=1884)], publications=[periodic, asked_for])
+    device.run(*VERBOSE)
+    device.wait_connected(2)
+    assert device.requests.ask(SEND, 2) == DONE
+    request = device.requests.send(SEND, 2)  # waits for the acknowledgement of the one before, 20 s
+    wait_until(lambda: runs.read_text().count("asked-for") == 2, "the script to run for the request")
+    came = len(healthy.publishes)
+    wait_until(lambda: len(healthy.publishes) >= came + 5, "messages to the healthy broker", timeout=15)
+    assert not request.is_answered
+
+
+def test_script_holds_no_connection_open(device, mosquitto, scripts):
+    """A program that it leaves in the background would keep the broker from noticing that the service died."""
+    links = pathlib.Path("/tmp/links")
+    scripts(f"for file in /proc/$$/fd/*; do readlink $file; done > {links}; echo 1")
+    mosquitto()
+    device.configure(publications=[on_request()])
+    device.run()
+    device.wait_connected()
+    assert device.requests.ask(SEND, 1) == DONE
+    assert "pipe:" in links.read_text()
+    assert "socket:" not in links.read_text()
+
+
+def test_hanging_script_does_not_leave_its_children_behind(device, scripts):
+    scripts(f"sleep 300 & echo $! > {SCRIPT_PROCESS}; wait")
+    start_offline(device)
+    device.requests.send(SEND, 1)
+    assert_dies_without_its_script(device)
+
+
+def test_operations_of_both_threads_never_take_one_anothers_result(device, scripts):
+    scripts(f"echo -n $1 > {OPERATION_RESULT}; sleep 0.2; echo 0")
+    write_text(device, "periodic", 1)
+    write_text(device, "asked-for", 2)
+    start_offline(device, on_request(1, PeriodicInterval=10), on_request(2))
+    for _ in range(4):
+        assert device.requests.ask(SEND, 2) == DONE
+    for identifier, text in ((1, b"periodic"), (2, b"asked-for")):
+        results = [write for write in device.tags.journal(data_at(identifier)) if write.size < TAG_SIZE]
+        assert {write.data[: write.size] for write in results} == {text}
