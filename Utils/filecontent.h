@@ -13,7 +13,8 @@ namespace FileContent {
 
 // Puts `content` in the place of all that the file holds, and makes a file that is missing. The file itself stays: its
 // owner, mode and other names. The room is reserved first, so that on a full disk the result is false and the file
-// keeps what it held. No copy is made: when the power fails in the midst of writing, the file holds a part of both.
+// keeps what it held; a file system that never writes in place (on flash, for example) can't promise that. No copy is
+// made: when the power fails in the midst of writing, the file holds a part of both.
 [[nodiscard]] bool replaceContent(const QString& fileName, const QByteArray& content);
 
 } // namespace FileContent

@@ -25,6 +25,7 @@ bool XmlParser::ReadNodeAttributeByIdx(QString fileName, QString nodeName, QStri
     if (index < 0 || !FileContent::open(file, QIODevice::ReadOnly))
         return false;
     QXmlStreamReader reader(&file);
+    reader.setNamespaceProcessing(false); // as in the document
     while (!reader.atEnd()) {
         const bool isNode = reader.readNext() == QXmlStreamReader::StartElement && reader.qualifiedName() == nodeName;
         if (!isNode || index-- > 0)

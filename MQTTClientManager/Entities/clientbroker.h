@@ -45,8 +45,9 @@ enum EncryptionLevel : int
 //   clientbroker_token.cpp        the signed token that some brokers want in place of a password
 // A subscribe or unsubscribe is a SubscriptionRequest of its own.
 // Brokers live by value in the manager's list and keep their address while a handle exists, since the client library
-// gets it as context. Configuration members and m_Callers are constant once the clients are created. The scalars that
-// several threads use are Relaxed or Ordered; docs/architecture.md tells which thread does what.
+// gets it as context. Configuration members and m_Callers are constant once the clients are created, but for what
+// TakeFirstPacket and TakeSecondPacket change while the service is paused. The scalars that several threads use are
+// Relaxed or Ordered; docs/architecture.md tells which thread does what.
 class ClientBroker
 {
 public:

@@ -7,7 +7,15 @@ import xml.etree.ElementTree as ElementTree
 import pytest
 
 from support import csvlog, requests
-from support.configuration import BROKERS_FILE, PUBLICATIONS_FILE, SUBSCRIPTIONS_FILE, broker, publication, subscription
+from support.configuration import (
+    BROKERS_FILE,
+    GENERAL_FILE,
+    PUBLICATIONS_FILE,
+    SUBSCRIPTIONS_FILE,
+    broker,
+    publication,
+    subscription,
+)
 from support.device import VERBOSE
 from support.records import BrokerConfiguration, PublicationConfiguration, SubscriptionConfiguration
 from support.requests import (
@@ -485,6 +493,43 @@ def test_failed_start_leaves_what_stands_behind_the_bad_file_as_it_was(device):
     assert get(device, "broker", 3).client == "plc-3"
     assert device.requests.ask(GET_SUBSCRIPTION, 1, payload=struct.pack("<I", RECORD_AT)) == UNKNOWN_ID
     assert get(device, "publication", 1).topic == "plc/data/1"
+
+
+def test_start_that_fails_ahead_of_the_brokers_leaves_the_waiting_broker(device):
+    """The general file is read first; with a bad one the brokers live on, and so does what they wait for."""
+    plant(device)
+    run_paused(device)
+    request = set_first_packet(device, 2, OFFICE)
+    GENERAL_FILE.write_text("<")
+    assert device.requests.ask(START) == requests.FILES_UNUSABLE
+    send_rest(device, OFFICE)
+    assert request.wait() == [*PENDING, 0]
+    assert get(device, "broker", 2) == OFFICE._replace(encryption=0)
+
+
+def test_rest_at_the_heels_of_a_start_waits_for_it_and_finds_nobody(device):
+    """A start that takes its time while it reads the brokers, and the second packet of one of them meanwhile."""
+    plant(device)
+    run_paused(device, *VERBOSE)
+    go = pathlib.Path("/tmp/go")
+    device.script(
+        pathlib.Path("/VEL/System/Config/Scripts/PYGetPLCSerial.py"),
+        f"import pathlib, time\nwhile not pathlib.Path('{go}').exists(): time.sleep(0.05)\nprint('SN9')",
+        interpreter="/usr/bin/python3",
+    )
+    request = set_first_packet(device, 2, OFFICE)
+    content = BROKERS_FILE.read_text().replace('LastWillTopic=""', 'LastWillTopic="gone/{PLC.SN}"')
+    BROKERS_FILE.write_text(content)
+    start = device.requests.send(START)
+    send_rest(device, OFFICE)
+    wait_until(lambda: csvlog.has_message("reqId:16"), "the rest to be taken up")
+    assert start.status == IN_PROGRESS
+    go.touch()
+    assert start.wait() == DONE
+    synchronise(device)
+    assert request.answers() == PENDING
+    assert BROKERS_FILE.read_text() == content
+    assert get(device, "broker", 2).will_topic == "gone/SN9"
 
 
 def test_changes_at_the_heels_of_a_start_wait_for_it(device):

@@ -168,4 +168,12 @@ TEST(XmlParserFile, aStraightReadSeesOnlyWhatStandsAheadOfAMistake)
     EXPECT_EQ(value, "2");
 }
 
+TEST(XmlParserFile, aStraightReadTakesNamesWithPrefixesAsTheyAre)
+{
+    const TestFile file("<r><x:a b='1'/></r>");
+    QString value;
+    EXPECT_TRUE(XmlParser::ReadNodeAttributeByIdx(file.path(), "x:a", "b", 0, value));
+    EXPECT_EQ(value, "1");
+}
+
 } // namespace
