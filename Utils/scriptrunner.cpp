@@ -33,6 +33,16 @@ protected:
 constexpr int MostOutput = 16 << 20; // bytes
 constexpr qint64 LongestWait = 100;  // ms, between two looks whether the program is still wanted
 
+// Qt ignores broken pipes from its first such program on. The process's own handler is to stay.
+void startWithOwnSignals(Program& process, const QString& program, const QStringList& arguments)
+{
+    struct sigaction brokenPipe = {};
+    sigaction(SIGPIPE, nullptr, &brokenPipe);
+    process.start(program, arguments, QIODevice::ReadWrite);
+    if (brokenPipe.sa_handler != SIG_DFL && brokenPipe.sa_handler != SIG_IGN)
+        sigaction(SIGPIPE, &brokenPipe, nullptr);
+}
+
 // Takes what has arrived out of the process's buffer, which would grow without bound.
 void takeOutput(QProcess& process, QByteArray& output)
 {
@@ -49,7 +59,7 @@ std::optional<QByteArray> run(const QString& program, const QStringList& argumen
 {
     Program process;
     process.setStandardErrorFile(QProcess::nullDevice());
-    process.start(program, arguments, QIODevice::ReadWrite);
+    startWithOwnSignals(process, program, arguments);
 
     const QDeadlineTimer deadline(timeout);
     QByteArray output;
