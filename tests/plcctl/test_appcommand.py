@@ -116,7 +116,7 @@ def test_each_state_is_a_line_for_people(buffering):
         record_bytes((BIT, 1), (STATE, 2), (FULL, 1))
         + f"plcctl tag set {RECORD + 4} STR16 plant/orders\n"
         + "plcctl app orders --delay 0 --for 20 --messages 1 > /tmp/lines & app=$!\n"
-        + "told() { grep -q \"$1\" /tmp/lines; }\n"
+        + "told() { grep -qs \"$1\" /tmp/lines; }\n"
         + "wait_for told 'asked for'\n"
         + record_bytes((STATE, 1), (FULL, 0))
         + "wait_for told 'has room'\n"

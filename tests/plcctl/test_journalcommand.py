@@ -80,7 +80,7 @@ def test_following_shows_new_writes_as_they_come(controller):
         plcctl journal --follow --json --count 3 --last 1 > /tmp/out & follower=$!
         wait_for [ -s /tmp/out ]
         plcctl tag set 100 UINT8 5
-        wait_for grep -q '"position":100,' /tmp/out
+        wait_for grep -qs '"position":100,' /tmp/out
         plcctl tag set 101 UINT8 6
         wait $follower; echo $?
         grep -o '"position":[0-9]*' /tmp/out

@@ -217,7 +217,7 @@ def test_an_id_needs_no_configuration(controller):
 def test_ctrl_c_ends_the_waiting_with_status_4(plant):
     result = plant.run(
         f"{QUEUE}plcctl request pause > /tmp/answer & request=$!\n"
-        "has_begun() { grep -q pause /tmp/answer; }\n"
+        "has_begun() { grep -qs pause /tmp/answer; }\n"
         "wait_for has_begun; kill -INT $request; wait $request"
     )
     assert result.status == NO_ANSWER

@@ -225,7 +225,7 @@ def test_watching_the_status_prints_it_again_when_something_changed(plant):
         plcctl status --watch --json --interval 5 > /tmp/out & watcher=$!
         wait_for [ -s /tmp/out ]
         plcctl tag set 4096 UINT8 0
-        wait_for grep -q '"connected":0.*"connected":0' /tmp/out
+        wait_for grep -qs '"connected":0.*"connected":0' /tmp/out
         kill -INT $watcher; wait $watcher; echo $?
         grep -c . /tmp/out
         """

@@ -126,10 +126,10 @@ def test_watching_prints_the_first_value_and_each_change(controller):
         """
         plcctl tag set 100 INT16 1
         plcctl tag watch 100 INT16 --interval 5 --count-changes 2 --json > watched & watcher=$!
-        wait_for grep -q '"value":1}' watched
+        wait_for grep -qs '"value":1}' watched
         plcctl tag set 100 INT16 1
         plcctl tag set 100 INT16 -7
-        wait_for grep -q '"value":-7}' watched
+        wait_for grep -qs '"value":-7}' watched
         plcctl tag set 100 INT16 300
         wait $watcher; echo $?
         cat watched
