@@ -10,7 +10,8 @@ template<std::size_t Units>
 QString fieldText(const char16_t (&field)[Units])
 {
     QString text(static_cast<int>(std::find(field, field + Units, u'\0') - field), QChar::Null);
-    std::memcpy(text.data(), field, static_cast<std::size_t>(text.size()) * sizeof(QChar)); // a byte order mark included
+    std::memcpy(text.data(), field,
+                static_cast<std::size_t>(text.size()) * sizeof(QChar)); // a byte order mark included
     return text;
 }
 
