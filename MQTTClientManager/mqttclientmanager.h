@@ -154,6 +154,9 @@ private:
     StatusCodes readBack(const MQTTRequestMsg& request, const EntityList<Entity>& list, Write write);
     template<typename Entity, typename Change>
     StatusCodes change(const MQTTRequestMsg& request, const EntityList<Entity>& list, Change change);
+    template<typename Entity, typename Record>
+    StatusCodes changeByRecord(const MQTTRequestMsg& request, const EntityList<Entity>& list,
+                               bool (MQTTXmlParser::*write)(int, Record*), void (MQTTManagerServices::*print)(Record));
     // SC_AC_ERROR_INVALID_ID when there is no such entity.
     template<typename Entity, typename Work>
     static StatusCodes workOnEntity(QList<Entity>& entities, int id, Work work);

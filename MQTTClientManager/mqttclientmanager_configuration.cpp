@@ -85,18 +85,29 @@ StatusCodes MQTTClientManager::change(const MQTTRequestMsg& request, const Entit
     });
 }
 
+template<typename Entity, typename Record>
+StatusCodes MQTTClientManager::changeByRecord(const MQTTRequestMsg& request, const EntityList<Entity>& list,
+                                              bool (MQTTXmlParser::*write)(int, Record*),
+                                              void (MQTTManagerServices::*print)(Record))
+{
+    MQTTXmlParser& parser = *m_xmlParser;
+    MQTTManagerServices& services = *m_services;
+    return change(request, list, [&](Entity& entity) {
+        auto record = copyOf<Record>(request.payload);
+        const bool isWritten = (parser.*write)(request.uniqueID, &record);
+        (services.*print)(record);
+        if (!isWritten)
+            return SC_AC_ERROR_WRITE_BACK_FAILED;
+        entity.TakeConfiguration(record);
+        return SC_AC_OK;
+    });
+}
+
 StatusCodes MQTTClientManager::HandleSetSubscriptionCfg(const MQTTRequestMsg* request)
 {
     PLOG_DEBUG << beginText(*request);
-    const StatusCodes result = change(*request, m_subscriptions, [&](Subscriber& subscription) {
-        auto record = copyOf<SubscriptionConfigurationStruct>(request->payload);
-        const bool isWritten = m_xmlParser->SetSubscriberCfgFileUniqueID(request->uniqueID, &record);
-        m_services->PrintSubscriptionStructDebug(record);
-        if (!isWritten)
-            return SC_AC_ERROR_WRITE_BACK_FAILED;
-        subscription.TakeConfiguration(record);
-        return SC_AC_OK;
-    });
+    const StatusCodes result = changeByRecord(*request, m_subscriptions, &MQTTXmlParser::SetSubscriberCfgFileUniqueID,
+                                              &MQTTManagerServices::PrintSubscriptionStructDebug);
     PLOG_DEBUG << endText(result);
     return result;
 }
@@ -104,15 +115,8 @@ StatusCodes MQTTClientManager::HandleSetSubscriptionCfg(const MQTTRequestMsg* re
 StatusCodes MQTTClientManager::HandleSetPublicationCfg(const MQTTRequestMsg* request)
 {
     PLOG_DEBUG << beginText(*request);
-    const StatusCodes result = change(*request, m_publications, [&](Publisher& publication) {
-        auto record = copyOf<PublicationConfigurationStruct>(request->payload);
-        const bool isWritten = m_xmlParser->SetPublisherCfgFileUniqueID(request->uniqueID, &record);
-        m_services->PrintPublicationStructDebug(record);
-        if (!isWritten)
-            return SC_AC_ERROR_WRITE_BACK_FAILED;
-        publication.TakeConfiguration(record);
-        return SC_AC_OK;
-    });
+    const StatusCodes result = changeByRecord(*request, m_publications, &MQTTXmlParser::SetPublisherCfgFileUniqueID,
+                                              &MQTTManagerServices::PrintPublicationStructDebug);
     PLOG_DEBUG << endText(result);
     return result;
 }

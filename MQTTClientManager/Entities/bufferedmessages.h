@@ -21,7 +21,8 @@ class BufferedMessages
 public:
     BufferedMessages() = default;
     BufferedMessages(const BufferedMessages& /*other*/) {}
-    BufferedMessages& operator=(const BufferedMessages& /*other*/) = delete;
+    // Named by Qt's lists in builds that aren't optimized, and never called.
+    BufferedMessages& operator=(const BufferedMessages& /*other*/) { return *this; }
     ~BufferedMessages()
     {
         while (takeFirst()) {

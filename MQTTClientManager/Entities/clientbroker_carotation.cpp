@@ -95,8 +95,8 @@ void ClientBroker::ChangeCaFileTask::changeCaFile()
         return;
     }
     if (QString::fromUtf8(*output).simplified().toUInt() == 0) {
-        PLOG_DEBUG << "Couldn't find 'Verify return code: 20";
         m_clientBroker->m_caFileChangeRunning = false;
+        PLOG_DEBUG << "Couldn't find 'Verify return code: 20";
         return;
     }
     rotate();

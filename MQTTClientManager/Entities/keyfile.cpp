@@ -1,7 +1,8 @@
 #include "Entities/keyfile.h"
 
+#include "Utils/regularfile.h"
+
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,11 +15,7 @@ constexpr off_t LargestKeyFile = 64 * 1024; // bytes
 
 KeyFile::KeyFile(const char* path)
 {
-    // Some devices act on being opened: looked at first.
-    struct stat file = {};
-    if (!path || stat(path, &file) != 0 || !S_ISREG(file.st_mode))
-        return;
-    const int descriptor = open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    const int descriptor = path ? openRegularFile(path) : -1;
     if (descriptor < 0)
         return;
     read(descriptor);

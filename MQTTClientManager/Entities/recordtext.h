@@ -5,14 +5,20 @@
 #include <cstring>
 #include <QString>
 
-// The text of a field in a record from outside: up to its zero unit; without one, up to the end of the field.
+// The text of a field in a record from outside: up to its zero unit; without one, up to the end of the field. A byte
+// order mark is a character like others. The bytes may lie wherever they fall.
+inline QString fieldText(const void* field, std::size_t units)
+{
+    QString text(static_cast<int>(units), QChar::Null);
+    std::memcpy(text.data(), field, units * sizeof(QChar));
+    const int end = text.indexOf(QChar::Null);
+    return end == -1 ? text : text.left(end);
+}
+
 template<std::size_t Units>
 QString fieldText(const char16_t (&field)[Units])
 {
-    QString text(static_cast<int>(std::find(field, field + Units, u'\0') - field), QChar::Null);
-    std::memcpy(text.data(), field,
-                static_cast<std::size_t>(text.size()) * sizeof(QChar)); // a byte order mark included
-    return text;
+    return fieldText(field, Units);
 }
 
 // The bytes of a packed record while it is being filled.

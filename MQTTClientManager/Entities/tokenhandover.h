@@ -11,7 +11,8 @@ class TokenHandover
 public:
     TokenHandover() = default;
     TokenHandover(const TokenHandover& /*other*/) {}
-    TokenHandover& operator=(const TokenHandover& /*other*/) = delete;
+    // Named by Qt's lists in builds that aren't optimized, and never called.
+    TokenHandover& operator=(const TokenHandover& /*other*/) { return *this; }
     ~TokenHandover() { delete m_queue.load(); }
 
     // Publishing thread. Tokens that find the queue full wait here and go in ahead of the next one.

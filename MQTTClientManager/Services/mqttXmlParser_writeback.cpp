@@ -1,6 +1,7 @@
 #include "Services/mqttXmlParser.h"
 
 #include "devicepaths.h"
+#include "Entities/recordtext.h"
 #include "Records/brokerrecords.h"
 #include "Records/publicationrecords.h"
 #include "Records/subscriptionrecords.h"
@@ -61,14 +62,6 @@ constexpr RecordField SubscriptionFields[] = {
     {"IsBuffered", FieldForm::Number, offsetof(Subscription, Buffered), sizeof(Subscription::Buffered)},
 };
 
-QString textOf(const char* bytes, std::size_t size)
-{
-    QString text(static_cast<int>(size / sizeof(QChar)), QChar::Null);
-    std::memcpy(text.data(), bytes, size);
-    const int end = text.indexOf(QChar::Null);
-    return end == -1 ? text : text.left(end);
-}
-
 QString numberOf(const char* bytes, std::size_t size)
 {
     std::uint32_t number = 0;
@@ -85,7 +78,8 @@ bool writeFields(const QString& fileName, const QStringList& entries, int unique
     for (const RecordField& field : fields) {
         const char* const bytes = static_cast<const char*>(record) + field.offset;
         names.append(field.attribute);
-        values.append(field.form == FieldForm::Text ? textOf(bytes, field.size) : numberOf(bytes, field.size));
+        values.append(field.form == FieldForm::Text ? fieldText(bytes, field.size / sizeof(QChar))
+                                                    : numberOf(bytes, field.size));
     }
     XmlParser parser;
     // A file that can't be loaded leaves no root element, and the next step fails.

@@ -240,6 +240,7 @@ TEST_F(StuckPublication, isFreedByGivingTheConnectionUpAsALostOne)
     EXPECT_EQ(statusBlock(), (Bytes{0, 0, 0xF3, 0}));
     EXPECT_TRUE(log.contains("WARN broker 'plant' takes no more data: its connection is given up"));
     EXPECT_TRUE(log.contains("INFO ClientBroker 'plant' lost is connection"));
+    awaitEndOfReconnecting(); // its thread logs
 }
 
 TEST_F(StuckPublication, isLeftAloneBeforeItsTime)

@@ -39,4 +39,10 @@ TEST(RegularFile, nothingElseIsRead)
         EXPECT_FALSE(readRegularFile(path, 10)) << path.toStdString();
 }
 
+TEST(RegularFile, mayTellNoSize)
+{
+    EXPECT_EQ(readRegularFile("/proc/self/comm", 3).value_or("").size(), 3);
+    EXPECT_TRUE(readRegularFile("/proc/self/comm", 1000).value_or("").endsWith('\n'));
+}
+
 } // namespace

@@ -53,6 +53,11 @@ void BrokerTest::connectBroker()
 void BrokerTest::loseConnection()
 {
     FakeMqttClient::loseConnection(broker.m_MQTTClient);
+    awaitEndOfReconnecting();
+}
+
+void BrokerTest::awaitEndOfReconnecting() const
+{
     while (broker.isReconnecting())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }

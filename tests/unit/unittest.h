@@ -38,6 +38,7 @@ protected:
     [[nodiscard]] Bytes statusBlock() const;
     // The loss as the library reports it, and the end of the reconnect loop that follows.
     void loseConnection();
+    void awaitEndOfReconnecting() const;
 
     ClientBroker broker;
     static constexpr unsigned BlockAddress = 100;
