@@ -54,12 +54,7 @@ int TagMemory::Read(unsigned short size, unsigned long address, unsigned char* d
 int TagMemory::Write(unsigned short size, unsigned long address, unsigned char const* data)
 {
     Image* const memory = image();
-    std::uint8_t* const tags = memory != nullptr ? locate(*memory, size, address) : nullptr;
-    if (tags == nullptr)
-        return -1;
-    store(tags, data, size);
-    record(*memory, address, data, size);
-    return 0;
+    return memory != nullptr && write(*memory, address, data, size) ? 0 : -1;
 }
 
 unsigned int TagMemory::RegSync(unsigned long, HdrOperandData_t const* entries, unsigned char count, unsigned char)

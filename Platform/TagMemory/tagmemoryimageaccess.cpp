@@ -151,6 +151,14 @@ inline void inAlignedUnits(const std::uint8_t* tags, std::size_t size, Copy copy
         copyOne(std::uint8_t{});
 }
 
+void store(std::uint8_t* tags, const std::uint8_t* source, std::size_t size)
+{
+    inAlignedUnits(tags, size, [=](auto unit, std::size_t offset) {
+        std::memcpy(&unit, source + offset, sizeof(unit));
+        std::atomic_ref(*reinterpret_cast<decltype(unit)*>(tags + offset)).store(unit, std::memory_order_release);
+    });
+}
+
 } // namespace
 
 Image* attach(Access access)
@@ -177,14 +185,6 @@ Image* attach(Access access)
     return image;
 }
 
-void store(std::uint8_t* tags, const std::uint8_t* source, std::size_t size)
-{
-    inAlignedUnits(tags, size, [=](auto unit, std::size_t offset) {
-        std::memcpy(&unit, source + offset, sizeof(unit));
-        std::atomic_ref(*reinterpret_cast<decltype(unit)*>(tags + offset)).store(unit, std::memory_order_release);
-    });
-}
-
 void load(std::uint8_t* destination, const std::uint8_t* tags, std::size_t size)
 {
     inAlignedUnits(tags, size, [=](auto unit, std::size_t offset) {
@@ -195,8 +195,12 @@ void load(std::uint8_t* destination, const std::uint8_t* tags, std::size_t size)
     });
 }
 
-void record(Image& image, std::uint64_t position, const std::uint8_t* data, std::uint32_t size)
+bool write(Image& image, std::uint64_t position, const std::uint8_t* data, std::uint32_t size)
 {
+    std::uint8_t* const tags = locate(image, size, position);
+    if (tags == nullptr)
+        return false;
+
     timespec now{};
     ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
 
@@ -218,7 +222,10 @@ void record(Image& image, std::uint64_t position, const std::uint8_t* data, std:
     auto* const words = reinterpret_cast<std::uint64_t*>(entry.bytes);
     for (std::size_t i = 0; i < bytes.size(); ++i)
         set(words[i], bytes[i]);
+    // Between the entry's number and its end, so that who waits for a tag's value finds the write that brought it.
+    store(tags, data, size);
     entry.sequence.store(number + 1, std::memory_order_release);
+    return true;
 }
 
 std::optional<Write> readWrite(const Image& image, std::uint64_t number)

@@ -31,14 +31,15 @@ enum class Access
     return nullptr;
 }
 
-// Copies to tag memory (store) and from it (load) in the largest aligned pieces of 8, 4, 2 and 1 bytes, so that the
-// other side never sees half of such a piece: an aligned block of 4 bytes changes as one. Whoever sees a write also
-// sees all that the same thread wrote before it.
-void store(std::uint8_t* tags, const std::uint8_t* source, std::size_t size);
+// Both copy in the largest aligned pieces of 8, 4, 2 and 1 bytes, so that the other side never sees half of such a
+// piece: an aligned block of 4 bytes changes as one. Whoever sees a write also sees all that the same thread wrote
+// before it.
+//
+// write() also puts the write into the journal. Whoever sees one of the bytes sees that the header's `writes` counts
+// the write, too, and whoever finds the entry whole sees all of the bytes. It does nothing and gives false where the
+// bytes aren't all inside one window.
+bool write(Image& image, std::uint64_t position, const std::uint8_t* data, std::uint32_t size);
 void load(std::uint8_t* destination, const std::uint8_t* tags, std::size_t size);
-
-// Puts a write that was just made into the journal.
-void record(Image& image, std::uint64_t position, const std::uint8_t* data, std::uint32_t size);
 
 // A journal entry, copied out whole.
 struct Write

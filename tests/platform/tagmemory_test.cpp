@@ -127,7 +127,7 @@ TEST(TagMemory, AnAlignedBlockOfFourBytesIsNeverSeenInPart)
     int changesSeen = 0;
     Bytes last = zeros;
     int halves = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + MeetingTimeout;
     while (changesSeen < 300 && std::chrono::steady_clock::now() < deadline) {
         const Bytes seen = read(1088, 4);
         halves += seen != ones && seen != zeros ? 1 : 0;

@@ -125,6 +125,36 @@ TEST(TagMemoryJournal, TwoWritersGetEveryWriteInWholeAndEachInItsOrder)
     }
 }
 
+TEST(TagMemoryJournal, WhoSeesATagsNewValueFindsItsWriteCountedAndWhoFindsTheWriteSeesTheValue)
+{
+    constexpr std::uint64_t wanted = 500;
+    const auto first = writesSoFar();
+    std::atomic<bool> stop{false};
+    std::thread writer([&] {
+        for (std::uint64_t i = 1; !stop; ++i)
+            TagMemory::Write(sizeof(i), 7000, reinterpret_cast<const unsigned char*>(&i));
+    });
+    const auto valueNow = [] {
+        std::uint64_t value = 0;
+        TagMemory::Read(sizeof(value), 7000, reinterpret_cast<unsigned char*>(&value));
+        return value;
+    };
+    std::uint64_t changes = 0;
+    std::uint64_t last = 0;
+    const auto deadline = std::chrono::steady_clock::now() + MeetingTimeout;
+    while (changes < wanted && !HasFailure() && std::chrono::steady_clock::now() < deadline) {
+        const std::uint64_t value = valueNow();
+        EXPECT_GE(writesSoFar() - first, value);
+        const bool isNextWhole = TagMemoryImage::readWrite(image(), first + value).has_value();
+        EXPECT_TRUE(!isNextWhole || valueNow() > value);
+        changes += value != last ? 1 : 0;
+        last = value;
+    }
+    stop = true;
+    writer.join();
+    EXPECT_TRUE(HasFailure() || changes == wanted) << "the two threads hardly met, so nothing was proved";
+}
+
 TEST(TagMemoryJournal, AReaderBesideAFastWriterOnlyGetsWholeEntries)
 {
     const auto first = writesSoFar();
@@ -139,7 +169,7 @@ TEST(TagMemoryJournal, AReaderBesideAFastWriterOnlyGetsWholeEntries)
         std::this_thread::yield();
     std::uint64_t whole = 0;
     std::uint64_t mixed = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + MeetingTimeout;
     for (std::uint64_t i = 0; whole < 300'000 && std::chrono::steady_clock::now() < deadline; ++i) {
         // The oldest entries, which the writer is about to overwrite.
         const auto found = TagMemoryImage::readWrite(image(), writesSoFar() - JournalCapacity + i % 8);

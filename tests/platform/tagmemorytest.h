@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <stdexcept>
 #include <sys/wait.h>
@@ -15,6 +16,9 @@
 namespace TagMemoryTest {
 
 using Bytes = std::vector<unsigned char>;
+
+// How long two threads get to come across each other: on one busy processor that takes many of its turns.
+inline constexpr std::chrono::seconds MeetingTimeout(45);
 
 inline int write(unsigned long position, const Bytes& bytes)
 {

@@ -11,7 +11,7 @@ namespace {
 class JournalCursorTest : public testing::Test
 {
 protected:
-    void write(std::uint64_t position, std::uint8_t value) { TagMemoryImage::record(*image, position, &value, 1); }
+    void write(std::uint64_t position, std::uint8_t value) { TagMemoryImage::write(*image, position, &value, 1); }
 
     void writeTimes(std::size_t count)
     {

@@ -3,6 +3,7 @@
 import mmap
 import os
 import struct
+import time
 from typing import NamedTuple
 
 from support import records
@@ -35,6 +36,8 @@ OPERANDS_AT = PLAIN_AT + WINDOW
 IMAGE_SIZE = OPERANDS_AT + WINDOW
 
 LINK_BYTES = (44, 47)
+
+WRITER_TIMEOUT = 5.0  # seconds; an entry that takes longer is of a process that was killed over it
 
 
 class Write(NamedTuple):
@@ -109,11 +112,15 @@ class TagMemory:
         return struct.unpack_from("<Q", self._map, 8)[0]
 
     def journal(self, position=None, since=0):
-        """The whole writes from number `since` on, in order; with `position` only those that began there."""
+        """The writes from number `since` on, in order; with `position` only those that began there. Waits for those
+        that are being made: a tag's value can be there a moment ahead of its write's entry."""
         made = self.writes_made()
+        deadline = time.monotonic() + WRITER_TIMEOUT
         found = []
         for number in range(max(since, made - JOURNAL_CAPACITY), made):
             at = JOURNAL_AT + number % JOURNAL_CAPACITY * JOURNAL_ENTRY.size
+            while struct.unpack_from("<Q", self._map, at)[0] <= number and time.monotonic() < deadline:
+                time.sleep(0.001)
             sequence, nanoseconds, where, size, process, data = JOURNAL_ENTRY.unpack_from(self._map, at)
             if sequence == number + 1 and position in (None, where):
                 found.append(Write(number, nanoseconds / 1e9, where, size, process, data[: min(size, 32)]))

@@ -3,6 +3,8 @@
 import os
 import pathlib
 import ssl
+import struct
+import threading
 from xml.etree import ElementTree
 
 import paho.mqtt.client
@@ -48,7 +50,9 @@ def test_scripted_broker_delivers_at_every_quality_of_service(scripted):
     client.connect("127.0.0.1", 1883)
     client.loop_start()
     for qos in range(3):
-        client.publish("a/b", b"payload", qos=qos, retain=True).wait_for_publish(5)
+        message = client.publish("a/b", b"payload", qos=qos, retain=True)
+        message.wait_for_publish(20)
+        assert message.is_published()
     publishes = broker.on("a/b")
     assert [publish[:5] for publish in publishes] == [("a/b", b"payload", qos, True, False) for qos in range(3)]
     client.loop_stop()
@@ -132,6 +136,22 @@ def test_subscription_record_is_decoded_by_offset():
     expected = records.SubscriptionStatus(1, records.SUBSCRIPTION_LOST, 1, 1, "a/ä😀", 0x01020304, 2)
     assert memory.subscription(2000) == expected
     assert records.SubscriptionStatus.SIZE == 524
+
+
+def test_write_that_is_being_made_is_waited_for(monkeypatch):
+    memory = tags.TagMemory()
+    image = os.open(tags.SHARED_MEMORY, os.O_RDWR)
+    whole = tags.JOURNAL_ENTRY.pack(1, 2_000_000_000, 44, 1, 17, b"\7")
+    os.pwrite(image, bytes(8) + whole[8:], tags.JOURNAL_AT)
+    os.pwrite(image, struct.pack("<Q", 1), 8)
+    monkeypatch.setattr(tags, "WRITER_TIMEOUT", 0.5)
+    assert memory.journal() == [], "a writer that was killed is not waited for without end"
+    monkeypatch.setattr(tags, "WRITER_TIMEOUT", 30.0)
+    writer = threading.Timer(0.2, os.pwrite, (image, whole, tags.JOURNAL_AT))
+    writer.start()
+    assert memory.journal() == [tags.Write(0, 2.0, 44, 1, 17, b"\7")]
+    writer.join()
+    os.close(image)
 
 
 def test_writes_outside_of_what_is_configured_are_found(device):
