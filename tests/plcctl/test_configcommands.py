@@ -262,7 +262,7 @@ def test_a_second_message_that_failed_is_told_of(service):
 
 def test_an_answer_that_stays_in_progress_behind_the_second_message_is_no_success(service):
     result, messages = service(
-        "set broker 1 Port=1 --timeout 1", *(2, 0, "next", 2, 2, "next"), record=broker_record()
+        "set broker 1 Port=1 --timeout 6", *(2, 0, "next", 2, 2, "next"), record=broker_record()
     )
     assert (result.status, len(messages)) == (NO_ANSWER, 3)
     assert "a part of the record may be set: set it again, or `plcctl request start`" in result.errors
@@ -270,7 +270,7 @@ def test_an_answer_that_stays_in_progress_behind_the_second_message_is_no_succes
 
 def test_a_first_message_that_is_only_taken_up_gets_no_second(service):
     result, messages = service(
-        "set broker 1 Port=1 --timeout 1", *(2, 0, "next", 2), record=broker_record(), after="plcctl queue show"
+        "set broker 1 Port=1 --timeout 6", *(2, 0, "next", 2), record=broker_record(), after="plcctl queue show"
     )
     assert (result.status, len(messages)) == (NO_ANSWER, 2)
     assert result.lines == [EMPTY_QUEUE]

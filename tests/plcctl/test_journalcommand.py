@@ -95,7 +95,7 @@ def test_following_alone_begins_with_the_next_write(controller):
         plcctl link up
         plcctl journal --follow --json --count 1 > /tmp/out & follower=$!
         number=0
-        while kill -0 $follower 2> /dev/null && [ $number -lt 200 ]; do
+        while kill -0 $follower 2> /dev/null && [ $number -lt 1000 ]; do
             plcctl tag set 500 UINT8 1; number=$((number + 1)); sleep 0.01
         done
         wait $follower; echo $?

@@ -38,6 +38,9 @@ COMMANDS = [
     "config get",
     "config set",
     "app",
+    "explain",
+    "convert",
+    "diagnose",
 ]
 
 LOOKING = [

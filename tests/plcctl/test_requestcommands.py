@@ -159,13 +159,13 @@ def test_without_an_answer_it_is_status_4_and_the_queue_is_told_of(plant):
 
 
 def test_a_request_that_was_taken_and_not_answered_is_status_4(plant):
-    result, _ = answered(plant, "connect 1 --timeout 1")
+    result, _ = answered(plant, "connect 1 --timeout 6")
     assert result.status == NO_ANSWER
     assert "no answer, though the request was taken from the queue" in result.errors
 
 
 def test_a_request_that_is_never_finished_is_status_4_with_no_result(plant):
-    result, _ = answered(plant, "connect 1 --timeout 1 --json", 2)
+    result, _ = answered(plant, "connect 1 --timeout 6 --json", 2)
     assert result.status == NO_ANSWER
     assert result.objects[0]["result"] is None
     assert [value["code"] for value in result.objects[0]["values"]] == [2]

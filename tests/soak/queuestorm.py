@@ -9,7 +9,7 @@ from support import mosquitto, requests
 from support.configuration import publication, subscription
 from support.device import Device
 from support.requestmodel import ADDRESSES, HEAD, IDENTIFIERS, READ_BACK, RECORD_PARTS, SERVED, WRITTEN_BACK, Model, fields
-from support.requests import CONNECT, PAUSE, START, UNKNOWN_ID, UNTOUCHED, record
+from support.requests import CONNECT, IN_PROGRESS, PAUSE, START, UNKNOWN_ID, UNTOUCHED, record
 from support.waiting import wait_until
 
 DEFAULT, SHORT = 100_000, 3000
@@ -101,6 +101,9 @@ class Storm:
             message, answer = self._message(OWN_TAGS_AT + number)
             self._device.requests.send_raw(message)
             self.sent += 1
+            if fields(message)[0] in (PAUSE, START) and answer is not None:
+                # The main thread may take longer than the 2 s for which the queue is held.
+                wait_until(lambda: memory.read(first + number, 1)[0] not in (UNTOUCHED, IN_PROGRESS), "the change", 30)
             if answer is not None:
                 self.valid += 1
                 if has_address(message, OWN_TAGS_AT + number):

@@ -16,7 +16,7 @@ PORTS = {1: 1883, 2: 1884, 3: 1885}
 INTERVALS = {1: 1, 2: 1, 3: 6}
 HEALTHY, QUICK, SLOW = PORTS
 PERIOD = 20  # ms
-LARGEST_GAP = 2.0  # seconds, on a machine that has other work
+LARGEST_GAP = 5.0  # seconds: less than the slow broker's interval, more than a busy machine takes
 
 
 def run(report, kills):
@@ -44,8 +44,9 @@ def run(report, kills):
                     done[identifier] += 1
             assert not service.has_ended(), "the service ended"
             end = time.monotonic()
-            worst = max(worst, largest_gap([message.time for message in listener.received], begin, end))
-            listener.received.clear()
+            moments = [message.time for message in listener.received if message.time <= end]
+            del listener.received[: len(moments)]
+            worst = max(worst, largest_gap(moments, begin, end))
             assert worst < LARGEST_GAP, f"{worst:.2f} s without a message at the broker that stays"
             begin = end
             report.progress(f"{done[QUICK]} and {done[SLOW]} kills, largest gap {worst:.2f} s, {Cost.of(service)}")

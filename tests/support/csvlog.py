@@ -1,5 +1,6 @@
 """The service's rolling log, read by its own rules: nine columns, the message in quotes with every quote doubled."""
 
+import datetime
 import pathlib
 import re
 from typing import NamedTuple
@@ -28,6 +29,11 @@ class Row(NamedTuple):
     file: str
     line: int
     message: str
+
+    @property
+    def moment(self):
+        """Seconds, by the service's clock and as the thread saw it that wrote the row."""
+        return datetime.datetime.strptime(f"{self.date} {self.time}", "%Y/%m/%d %H:%M:%S.%f").timestamp()
 
 
 def parse(data):

@@ -25,7 +25,7 @@ CLIENT_LIBRARY_CALLS = pathlib.Path("/tmp/client-library-calls.jsonl")
 VERBOSE = ("-verbose", "true")
 
 # The end by a signal, with everything that may be under way.
-TEARDOWN_SECONDS = 8
+TEARDOWN_SECONDS = 11
 
 
 class Device:
@@ -135,9 +135,18 @@ class Device:
     def block_writes(self, identifier=1, since=0):
         return self.tags.journal(configuration.broker_at(identifier), since)
 
-    def wait_received(self, data, identifier=1, timeout=10.0):
+    def wait_received(self, data, identifier=1, timeout=10.0, nudge=lambda: None):
+        """`nudge` makes the broker send something: what comes while the service is held up in a publication is handed
+        over with the broker's next packet."""
+
+        def has_come():
+            if self.received(identifier, len(data)) == data:
+                return True
+            nudge()
+            return False
+
         wait_until(
-            lambda: self.received(identifier, len(data)) == data,
+            has_come,
             lambda: f"{data[:40]!r} in the data of subscription {identifier}; "
             f"{self.received(identifier, len(data))[:40]!r} stands there",
             timeout,
@@ -147,6 +156,14 @@ class Device:
         wait_until(
             lambda: self.broker(identifier).connected == 1,
             lambda: f"broker {identifier} to be connected; it stands at {self.broker(identifier)}",
+            timeout,
+        )
+
+    def wait_lost(self, identifier=1, timeout=10.0):
+        """By the journal: the code of the next attempt may follow the loss before anybody looks."""
+        wait_until(
+            lambda: any(block.code == records.CONNECTION_LOST for block in self.broker_history(identifier)),
+            lambda: f"the loss of broker {identifier}; its block went through {self.broker_history(identifier)}",
             timeout,
         )
 
@@ -180,12 +197,14 @@ class Service:
         self.pid = self._process.pid
         self._wait_status = None
         self.peak_memory = None  # bytes, once it has ended
+        self.processor_time = None  # seconds, once it has ended
 
     def _reap(self, flags=os.WNOHANG):
         if self._wait_status is None:
             pid, status, usage = os.wait4(self.pid, flags)
             if pid:
                 self._wait_status = status
+                self.processor_time = usage.ru_utime + usage.ru_stime
                 self.peak_memory = usage.ru_maxrss * 1024
                 self._process.returncode = os.waitstatus_to_exitcode(status)
 
@@ -238,6 +257,15 @@ def environment(spy):
         variables["LD_PRELOAD"] = str(build.CLIENT_LIBRARY_SPY)
         variables["PAHO_SPY"] = str(CLIENT_LIBRARY_CALLS)
     return variables
+
+
+def has_died(process):
+    """Whether this process, of anybody's, is no more."""
+    try:
+        state = pathlib.Path(f"/proc/{process}/stat").read_text().rpartition(")")[2].split()[0]
+    except (FileNotFoundError, ProcessLookupError):
+        return True
+    return state == "Z"  # for as long as nobody asks what became of it
 
 
 def died_of(wait_status):

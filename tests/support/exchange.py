@@ -86,3 +86,10 @@ def data_of(device, entry):
     data = device.tags.read(entry["DataAddr"], size + GUARD)
     assert data[size:] == UNTOUCHED * GUARD
     return data[:size]
+
+
+def assert_only_what_went_out_is_counted(device, listener):
+    """Once the service has ended. A message may have been on its way out, not counted yet, when the signal came."""
+    sent = device.statistics().sent
+    wait_until(lambda: len(listener.received) >= sent, lambda: f"{sent} messages; {len(listener.received)} came")
+    assert len(listener.received) <= sent + 1

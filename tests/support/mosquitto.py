@@ -1,5 +1,6 @@
 """A real mosquitto, configured and run for one test, and a listening client of it."""
 
+import itertools
 import json
 import pathlib
 import re
@@ -122,13 +123,19 @@ class Received(NamedTuple):
     time: float
 
 
-class Listener:
-    """Subscribes to everything at QoS 2 and keeps all that arrives."""
+_listeners = itertools.count(1)
 
-    def __init__(self, port, topics="#"):
+
+class Listener:
+    """Subscribes to everything at QoS 2 and keeps all that arrives. `user` is a name and a password."""
+
+    def __init__(self, port, topics="#", user=None):
         self.received = []
         self._subscribed = False
-        self._client = paho.mqtt.client.Client(client_id=f"listener-{port}")
+        # Of its own: an earlier listener comes back by itself after a restart of its broker, and would push this one out.
+        self._client = paho.mqtt.client.Client(client_id=f"listener-{port}-{next(_listeners)}")
+        if user:
+            self._client.username_pw_set(*user)
         self._client.on_subscribe = self._on_subscribe
         self._client.on_message = self._on_message
         self._client.connect("127.0.0.1", port)
@@ -162,8 +169,10 @@ class Listener:
 class Sender:
     """Publishes by hand. What it sends at one quality of service arrives in that order."""
 
-    def __init__(self, port):
+    def __init__(self, port, user=None):
         self._client = paho.mqtt.client.Client(client_id=f"sender-{port}")
+        if user:
+            self._client.username_pw_set(*user)
         self._client.max_inflight_messages_set(1000)
         self._client.connect("127.0.0.1", port)
         self._client.loop_start()

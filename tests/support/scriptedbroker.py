@@ -60,9 +60,11 @@ class ScriptedBroker:
     def __init__(self, port=1883, tls=None):
         # What it answers; may be changed at any time.
         self.refuse = 0  # return code of CONNACK
+        self.refuse_wills = 0  # the same, for clients that have a will
         self.session_present = False
         self.silent = False  # accepts connections and never answers
         self.hang_up = False  # closes instead of CONNACK
+        self.hang_up_on_wills = False  # the same, for clients that have a will
         self.hang_up_at_once = False  # closes as soon as a connection is there
         self.hang_up_connected = False  # closes behind CONNACK
         self.greeting = b""  # goes out as soon as a connection is there
@@ -94,7 +96,9 @@ class ScriptedBroker:
 
         self._tls = tls
         self._unacknowledged = []
+        self._acknowledging = threading.Lock()
         self._sockets = []
+        self._locks = {}  # of each connection: what two threads send must not mix
         self._listener = socket.create_server(("127.0.0.1", port))
         threading.Thread(target=self._accept, daemon=True).start()
 
@@ -113,15 +117,17 @@ class ScriptedBroker:
         """Sends these bytes on every connection that is open, whatever they mean."""
         for connection in self._sockets:
             if connection.fileno() >= 0:
-                connection.sendall(data)
+                with contextlib.suppress(OSError):  # dropped, and not closed by its thread yet
+                    self._send(connection, data)
 
     def publish(self, topic, payload=b"", qos=0, identifier=1, retain=False):
         self.send_all(publish_packet(topic, payload, qos, identifier, retain))
 
     def acknowledge_now(self):
         """Acknowledges from now on, and what has been waiting as well."""
-        self.acknowledge = True
-        waiting, self._unacknowledged = self._unacknowledged, []
+        with self._acknowledging:
+            self.acknowledge = True
+            waiting, self._unacknowledged = self._unacknowledged, []
         for connection, publish in waiting:
             with contextlib.suppress(OSError):
                 self._answer_publish(connection, publish)
@@ -133,18 +139,24 @@ class ScriptedBroker:
         with contextlib.suppress(OSError):
             while True:
                 connection, _ = self._listener.accept()
-                self.connections += 1
+                self._locks[connection] = threading.Lock()
                 self._sockets.append(connection)
+                self.connections += 1  # whoever has waited for it can drop it
                 threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
+
+    def _send(self, connection, data):
+        with self._locks[connection]:
+            connection.sendall(data)
 
     def _serve(self, connection):
         try:
             if self._tls:
                 connection = self._tls.wrap_socket(connection, server_side=True)
+                self._locks[connection] = threading.Lock()
                 self.ciphers.append(connection.cipher()[:2])
             if self.hang_up_at_once:
                 return
-            connection.sendall(self.greeting)
+            self._send(connection, self.greeting)
             while self.silent:
                 if not connection.recv(4096):
                     return
@@ -183,12 +195,7 @@ class ScriptedBroker:
     def _handle(self, connection, kind, flags, body):
         self.packets.append(kind)
         if kind == CONNECT:
-            self.connects.append(decode_connect(body))
-            if self.hang_up:
-                return False
-            answer = bytes([CONNACK << 4, 2, int(self.session_present), self.refuse])
-            connection.sendall(answer + self.after_connect_answer)
-            return self.refuse == 0 and not self.hang_up_connected
+            return self._on_connect(connection, decode_connect(body))
         if kind == PUBLISH:
             publish = decode_publish(flags, body)
             self.publishes.append(publish)
@@ -196,13 +203,13 @@ class ScriptedBroker:
         if kind == PUBREL:
             self._send_short(connection, PUBCOMP, body)
         elif kind == PINGREQ:
-            connection.sendall(bytes([PINGRESP << 4, 0]))
+            self._send(connection, bytes([PINGRESP << 4, 0]))
         elif kind == SUBSCRIBE:
             return self._on_subscribe(connection, decode_subscribe(body))
         elif kind in (PUBACK, PUBCOMP):
             self.acknowledged.append(struct.unpack(">H", body)[0])
         elif kind == PUBREC:
-            connection.sendall(bytes([PUBREL << 4 | 2, 2]) + body[:2])
+            self._send(connection, bytes([PUBREL << 4 | 2, 2]) + body[:2])
         elif kind == UNSUBSCRIBE:
             self.unsubscribes.append(decode_unsubscribe(body))
             self._send_short(connection, UNSUBACK, body)
@@ -211,16 +218,24 @@ class ScriptedBroker:
             return False
         return True
 
+    def _on_connect(self, connection, connect):
+        self.connects.append(connect)
+        if self.hang_up or (connect.will and self.hang_up_on_wills):
+            return False
+        code = self.refuse or (self.refuse_wills if connect.will else 0)
+        self._send(connection, bytes([CONNACK << 4, 2, int(self.session_present), code]) + self.after_connect_answer)
+        return code == 0 and not self.hang_up_connected
+
     def _on_subscribe(self, connection, subscribe):
         self.subscribes.append(subscribe)
         codes = bytes(self._grant(topic, qos) for topic, qos in subscribe.topics)
         answer = packet(SUBACK << 4, struct.pack(">H", subscribe.identifier) + codes)
-        connection.sendall(self.before_subscribe_answer)
+        self._send(connection, self.before_subscribe_answer)
         if self.cut_subscribe_answer:
-            connection.sendall(answer[: len(answer) // 2])
+            self._send(connection, answer[: len(answer) // 2])
             return False
         if self.answer_subscribe:
-            connection.sendall(answer + self.after_subscribe_answer)
+            self._send(connection, answer + self.after_subscribe_answer)
         return True
 
     def _grant(self, topic, qos):
@@ -232,12 +247,13 @@ class ScriptedBroker:
         if publish.qos == 0:
             return True
         if self.cut_publish_answer:
-            connection.sendall(bytes([PUBACK << 4]))
+            self._send(connection, bytes([PUBACK << 4]))
             return False
-        if self.acknowledge:
-            self._answer_publish(connection, publish)
-        else:
-            self._unacknowledged.append((connection, publish))
+        with self._acknowledging:
+            if not self.acknowledge:
+                self._unacknowledged.append((connection, publish))
+                return True
+        self._answer_publish(connection, publish)
         return True
 
     def _answer_publish(self, connection, publish):
@@ -245,9 +261,8 @@ class ScriptedBroker:
         kind = PUBACK if publish.qos == 1 else PUBREC
         self._send_short(connection, kind, struct.pack(">H", publish.identifier))
 
-    @staticmethod
-    def _send_short(connection, kind, body):
-        connection.sendall(bytes([kind << 4, 2]) + body[:2])
+    def _send_short(self, connection, kind, body):
+        self._send(connection, bytes([kind << 4, 2]) + body[:2])
 
 
 class _Reader:

@@ -12,10 +12,11 @@ def wait_until(condition, what, timeout=10.0):
     limit = timeout * build.time_factor()
     deadline = time.monotonic() + limit
     while True:
+        is_last_look = time.monotonic() > deadline
         result = condition()
         if result:
             return result
-        if time.monotonic() > deadline:
+        if is_last_look:
             raise AssertionError(f"waited {limit:g} s in vain: {what() if callable(what) else what}")
         time.sleep(POLL_INTERVAL)
 
@@ -24,5 +25,6 @@ def holds_for(condition, what, seconds):
     """Fails with `what` as soon as `condition` is not true within the next `seconds`."""
     deadline = time.monotonic() + seconds
     while time.monotonic() < deadline:
-        assert condition(), f"did not last: {what() if callable(what) else what}"
+        # One that was looked at too late doesn't count.
+        assert condition() or time.monotonic() >= deadline, f"did not last: {what() if callable(what) else what}"
         time.sleep(POLL_INTERVAL)

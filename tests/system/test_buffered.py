@@ -8,9 +8,9 @@ import pytest
 
 from support import configuration, csvlog, records
 from support.configuration import member, received_at, subscription, subscription_at
-from support.device import STANDARD_ERROR, VERBOSE, died_of
+from support.device import STANDARD_ERROR, TEARDOWN_SECONDS, VERBOSE, died_of
 from support.exchange import fence_subscription, pass_fence
-from support.records import JSON, STRUCT, UINT32, SubscriptionStatus
+from support.records import JSON, STRUCT, UINT8, UINT32, SubscriptionStatus
 from support.requests import DONE, PAUSE, START
 from support.waiting import holds_for, wait_until
 
@@ -52,14 +52,30 @@ def wait_shown(device, bit, state, identifier=1, timeout=10.0):
 
 
 def wait_counted(device, count):
-    wait_until(lambda: device.statistics().received == count, lambda: f"{count} received; {device.statistics()}")
+    """Returns when the last one's record stands as well: it is written behind the counter, and sets the bit."""
+
+    def is_shown():
+        writes = device.tags.journal()
+        counted = [
+            write.number
+            for write in writes
+            if write.position == configuration.STATISTICS_AT and records.Statistics.decode(write.data).received == count
+        ]
+        return counted and any(write.number > counted[0] and write.size == SubscriptionStatus.SIZE for write in writes)
+
+    wait_until(is_shown, lambda: f"{count} received; {device.statistics()}")
+
+
+def states(device, since, identifier=1):
+    """The hand-over states that were written singly since this write, in order: none is missed by looking late."""
+    return [write.data[0] for write in device.tags.journal(subscription_at(identifier) + STATE, since)]
 
 
 def ask_for_next(device, identifier=1):
     """Asks once, and returns when the tag holds the message."""
+    since = device.tags.writes_made()
     clear_bit(device, identifier)
-    wait_until(lambda: shown(device, identifier)[1] == HANDING_OVER, "the hand-over to begin")
-    wait_until(lambda: shown(device, identifier)[1] != HANDING_OVER, "the hand-over to end")
+    wait_until(lambda: states(device, since, identifier)[:2] == [HANDING_OVER, NONE], "the hand-over")
 
 
 def relative(writes, identifier=1):
@@ -84,9 +100,17 @@ class Application:
         self._step = self._want
         self._has_seen_waiting = False
         self._begun = 0.0
+        self._looked = time.monotonic()
+        self._since = device.tags.writes_made()  # when it began to want the next one
         self.taken = []
 
     def scan(self):
+        now = time.monotonic()
+        is_late, self._looked = now - self._looked >= PAUSE_LENGTH, now
+        if is_late and self._step == self._want and NONE in states(self._device, self._since, self._identifier):
+            # Held up for as long as a state is shown, which no control application is: it would have seen this.
+            self._begun = now
+            self._step = self._copy
         self._step(*shown(self._device, self._identifier))
 
     def _want(self, bit, state):
@@ -109,6 +133,7 @@ class Application:
 
     def _work(self, _bit, _state):
         if time.monotonic() - self._begun >= 3.5:
+            self._since = self._device.tags.writes_made()
             self._step = self._want
 
     def take(self, count, timeout=60.0):
@@ -140,44 +165,38 @@ def test_hand_over_shows_each_state_for_a_second(device, scripted):
     partner = scripted()
     device.configure(subscriptions=[buffered()])
     device.run(*VERBOSE)
-    partner.publish("plc/command/1", number(7))
-    partner.publish("plc/command/1", number(8))
-    wait_counted(device, 2)
-    wait_shown(device, 1, WAITING)
-    since = device.tags.writes_made()
-    asked = time.monotonic()
-    clear_bit(device)
-    wait_until(lambda: len(device.tags.journal(since=since)) == 6, "the six writes of a hand-over")
-    assert time.monotonic() - asked < CHECK_PERIOD + 2 * PAUSE_LENGTH + LATENESS
-    writes = device.tags.journal(since=since)
-    assert relative(writes) == [
-        (STATE, bytes([HANDING_OVER])),
-        (0, bytes([1, 0, 0, 0])),
-        ("data", number(7)),
-        (STATE, bytes([NONE])),
-        (STATE, bytes([WAITING])),
-        (BIT, b"\1"),
-    ]
-    assert writes[2].time - writes[0].time < LATENESS
-    for begin, end in ((2, 3), (3, 4)):
-        assert PAUSE_LENGTH <= writes[end].time - writes[begin].time < PAUSE_LENGTH + LATENESS
+    *values, last = range(7, 12)
+    for value in (*values, last):
+        partner.publish("plc/command/1", number(value))
+    wait_counted(device, 5)
+    begin = [(STATE, bytes([HANDING_OVER])), (0, bytes([1, 0, 0, 0]))]
+    rested, lateness = 0.0, []
+    for value in values:  # another one waits behind each
+        since = device.tags.writes_made()
+        ready = max(time.time(), rested)
+        clear_bit(device)
+        wait_until(lambda: len(device.tags.journal(since=since)) >= 6, "the six writes of a hand-over")
+        writes = device.tags.journal(since=since)
+        end = [(STATE, bytes([NONE])), (STATE, bytes([WAITING])), (BIT, b"\1")]
+        assert relative(writes) == [*begin, ("data", number(value)), *end]
+        # Asked at once, the next one is served by the tick behind the last pause.
+        shows = [writes[3].time - writes[2].time, writes[4].time - writes[3].time, writes[0].time - rested + 1]
+        assert min(shows) >= PAUSE_LENGTH
+        lateness.append(
+            max(writes[0].time - ready - CHECK_PERIOD, writes[2].time - writes[0].time, shows[0] - 1, shows[1] - 1)
+        )
+        rested = writes[5].time + 1
+    # A busy machine holds one of them up, not all.
+    assert min(lateness) < LATENESS, lateness
 
-    # asked at once: served by the tick behind the last pause
+    since = device.tags.writes_made()
     clear_bit(device)
-    wait_shown(device, 0, NONE)
-    device.wait_received(number(8))
-    writes = device.tags.journal(since=since)
-    assert relative(writes)[6:] == [
-        (STATE, bytes([HANDING_OVER])),
-        (0, bytes([1, 0, 0, 0])),
-        ("data", number(8)),
-        (STATE, bytes([NONE])),
-    ]
-    assert writes[6].time - writes[5].time >= PAUSE_LENGTH
-    holds_for(lambda: shown(device) == (0, NONE) and len(device.tags.journal(since=since)) == 10, "nothing more", 1.5)
+    wait_until(lambda: len(device.tags.journal(since=since)) >= 4, "the four writes of the last hand-over")
+    assert relative(device.tags.journal(since=since)) == [*begin, ("data", number(last)), (STATE, bytes([NONE]))]
+    holds_for(lambda: shown(device) == (0, NONE) and len(device.tags.journal(since=since)) == 4, "nothing more", 1.5)
     lines = [line for line in csvlog.messages("DEBUG") if line.startswith("Proccesing message")]
     assert lines == [
-        f"Proccesing message of 'subscription1', queue count is '{left}', ReceiveFlag '0'" for left in (1, 0)
+        f"Proccesing message of 'subscription1', queue count is '{left}', ReceiveFlag '0'" for left in (4, 3, 2, 1, 0)
     ]
 
 
@@ -191,13 +210,14 @@ def test_queue_takes_fifteen_and_loses_the_rest_without_a_trace(device, scripted
     assert device.subscription().queue_full == 0
     partner.publish("a/b", number(15))
     wait_until(lambda: device.subscription().queue_full == 1, "the queue to be full")
+    pass_fence(device, partner)
     assert csvlog.messages("DEBUG").count("Buffered message queue is full (15) for 'subscription1'") == 1
     full = device.subscription()
     time.sleep(1.1)  # so that another arrival would have another time
     partner.publish("a/late", number(16))
     pass_fence(device, partner)
     assert device.subscription() == full
-    assert device.statistics().received == 15 + 2
+    assert device.statistics().received == 15 + 3
     assert csvlog.messages("WARN") == []
     ask_for_next(device)
     assert device.received() == number(1)
@@ -221,8 +241,9 @@ def test_application_gets_every_message_in_order_also_those_that_come_meanwhile(
     application.take(1)
     publish(4)  # while it works
     application.take(2)
+    since = device.tags.writes_made()
     wait_until(lambda: application.scan() or shown(device) == (0, WAITING), "the request for the third", timeout=20)
-    wait_until(lambda: shown(device)[1] == HANDING_OVER, "the hand-over of the third")
+    wait_until(lambda: HANDING_OVER in states(device, since), "the hand-over of the third")
     publish(5)
     wait_until(lambda: shown(device) == (1, WAITING), "the arrival, which hides that state from the application")
     assert application.take(5) == [number(value) for value in (1, 2, 3, 4, 5)]
@@ -233,21 +254,27 @@ def test_two_subscriptions_that_are_ready_are_served_one_behind_the_other(device
     partner = scripted()
     device.configure(subscriptions=[buffered(1), buffered(2), buffered(3)])
     device.run()
-    for n in (1, 2, 3):
-        partner.publish(f"plc/command/{n}", number(n))
-    wait_counted(device, 3)
-    wait_shown(device, 1, WAITING, 3)
-    since = device.tags.writes_made()
-    # The first may be seen a tick ahead of the third; then it is not this test's case, and the writes say so.
-    clear_bit(device, 3)
-    clear_bit(device, 1)
-    wait_shown(device, 0, NONE, 1)
-    device.wait_received(number(3), 3)
-    wait_shown(device, 0, NONE, 3)
-    begins = [write for write in device.tags.journal(since=since) if write.data == bytes([HANDING_OVER])]
-    assert sorted(write.position for write in begins) == [subscription_at(n) + STATE for n in (1, 3)]
-    gap = begins[1].time - begins[0].time
-    assert 2 * PAUSE_LENGTH <= gap < 2 * PAUSE_LENGTH + CHECK_PERIOD + LATENESS
+    partner.publish("plc/command/2", number(2))
+    for value in (1, 2, 3):
+        for n in (1, 3):
+            partner.publish(f"plc/command/{n}", number(value))
+    wait_counted(device, 7)
+    lateness = []
+    between = [HANDING_OVER, NONE, WAITING]
+    for value, shows in ((1, between), (2, between), (3, [HANDING_OVER, NONE])):
+        for n in (1, 3):
+            wait_shown(device, 1, WAITING, n)
+        since = device.tags.writes_made()
+        # The first may be seen a tick ahead of the third; the writes say so either way.
+        clear_bit(device, 3)
+        clear_bit(device, 1)
+        wait_until(lambda: [states(device, since, n) for n in (1, 3)] == [shows, shows], "both", timeout=15)
+        assert [device.received(n) for n in (1, 3)] == [number(value)] * 2
+        begins = sorted(device.tags.journal(subscription_at(n) + STATE, since)[0].time for n in (1, 3))
+        gap = begins[1] - begins[0]
+        assert gap >= len(shows) * PAUSE_LENGTH
+        lateness.append(gap - len(shows))
+    assert min(lateness) < CHECK_PERIOD + LATENESS, lateness
     assert shown(device, 2) == (1, WAITING)
     assert device.received(2) == number(0)
 
@@ -304,12 +331,10 @@ def test_signal_in_the_middle_of_a_hand_over_ends_the_service(device, scripted, 
     for value in range(1, 4):
         partner.publish("plc/command/1", number(value))
     wait_counted(device, 3)
+    since = device.tags.writes_made()
     clear_bit(device)
-    wait_until(lambda: shown(device)[1] == HANDING_OVER, "the hand-over to begin")
-    wait_until(lambda: shown(device)[1] == state, f"state {state}")
-    begin = time.monotonic()
-    assert died_of(device.service.stop()) == signal.SIGTERM
-    assert time.monotonic() - begin < 5
+    wait_until(lambda: state in states(device, since), f"state {state}")
+    assert died_of(device.service.stop(TEARDOWN_SECONDS)) == signal.SIGTERM
 
 
 def test_process_that_ends_with_messages_leaves_them(device, scripted):
@@ -327,17 +352,21 @@ def test_process_that_ends_with_messages_leaves_them(device, scripted):
 def test_publications_stand_still_during_a_hand_over(device, mosquitto, send, listen):
     partner = mosquitto()
     listener, sender = listen(partner, "plc/data/#"), send(partner)
-    device.configure(subscriptions=[buffered()], publications=[configuration.publication(PeriodicInterval=100)])
+    # It publishes the hand-over state itself: each message tells what that was when it went out.
+    state = configuration.publication(DataType=UINT8, DataAddr=subscription_at(1) + STATE)
+    device.configure(subscriptions=[buffered()], publications=[state])
     device.run()
-    listener.wait_for("plc/data/1", 3)
+
+    def told():
+        return [message.payload[0] for message in listener.on("plc/data/1")]
+
     sender.publish("plc/command/1", number(1))
-    wait_shown(device, 1, WAITING)
+    wait_until(lambda: told()[-1:] == [WAITING], "the arrival in what is published")
+    since = device.tags.writes_made()
     clear_bit(device)
-    wait_until(lambda: shown(device)[1] == HANDING_OVER, "the hand-over to begin")
-    during = len(listener.on("plc/data/1"))
-    wait_until(lambda: shown(device)[1] == NONE, "the hand-over to end")
-    assert len(listener.on("plc/data/1")) - during <= 1
-    listener.wait_for("plc/data/1", during + 5)
+    wait_until(lambda: states(device, since) == [HANDING_OVER, NONE], "the hand-over")
+    wait_until(lambda: told()[-3:] == [NONE] * 3, "publications to go on")
+    assert HANDING_OVER not in told()
 
 
 def test_large_messages_are_bounded_in_sum(device, mosquitto, send):
@@ -351,7 +380,8 @@ def test_large_messages_are_bounded_in_sum(device, mosquitto, send):
     assert set(csvlog.messages("WARN")) == {
         "subscription 'subscription1': a message of 30000004 bytes is dropped, its queue may hold 67108864 in sum"
     }
-    assert device.statistics().received == 2
+    pass_fence(device, sender)  # the record of the dropped ones is written behind their lines
+    assert device.statistics().received == 2 + 1
     assert device.subscription().queue_full == 0
     ask_for_next(device)
     assert device.received() == number(5)

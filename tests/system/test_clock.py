@@ -71,7 +71,7 @@ def test_hanging_script_is_given_up_after_30_seconds(device):
     service = device.start()
     wait_until(lambda: device.general().brokers == 1, "the start")
     holds_for(lambda: device.status() == records.STARTING and not service.has_ended(), "the wait", 27)
-    wait_until(lambda: device.status() == records.RUNNING, "the end of the wait", timeout=8)
+    wait_until(lambda: device.status() == records.RUNNING, "the end of the wait", timeout=25)
 
 
 def test_service_works_with_a_clock_that_is_not_set(device, mosquitto, listen):

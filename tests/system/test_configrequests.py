@@ -200,8 +200,13 @@ def test_handlers_log_their_begin_and_end(device):
     device.requests.ask(GET_BROKER, 1, payload=struct.pack("<I", RECORD_AT))
     record = PublicationConfiguration("new/topic", 0, 0, 0)
     device.requests.ask(SET_PUBLICATION, 2, payload=record.encode())
-    rows = [(row.function.rpartition("::")[2], row.message) for row in csvlog.rows() if " function (" in row.message]
-    assert [row for row in rows if "Cfg" in row[0]] == [
+
+    def rows():
+        found = [(row.function.rpartition("::")[2], row.message) for row in csvlog.rows()]
+        return [row for row in found if "Cfg" in row[0] and " function (" in row[1]]
+
+    wait_until(lambda: len(rows()) >= 4, lambda: f"the last line, which follows the answer: {rows()}")
+    assert rows() == [
         ("HandleGetClientBrokerCfg", "Enter function (ID=1)"),
         ("HandleGetClientBrokerCfg", "End function (rtnstatus is 0)"),
         ("HandleSetPublicationCfg", "Enter function (ID=2)"),
@@ -252,7 +257,7 @@ def test_changes_are_in_force_after_a_start(device, scripted):
     wait_until(lambda: partner.publishes, "a publication")
     assert (partner.publishes[0].topic, partner.publishes[0].retain) == ("new/data", True)
     partner.publish("new/one", b"\7\0\0\0")
-    device.wait_received(b"\7\0\0\0")
+    device.wait_received(b"\7\0\0\0", nudge=lambda: partner.publish("nobody's"))
 
 
 def test_broker_is_changed_by_two_packets(device):
@@ -507,20 +512,28 @@ def test_start_that_fails_ahead_of_the_brokers_leaves_the_waiting_broker(device)
     assert get(device, "broker", 2) == OFFICE._replace(encryption=0)
 
 
+def slow_serial_number(device):
+    """Two files: the script that tells the number waits for the first, and makes the second ahead of that."""
+    go, asked = pathlib.Path("/tmp/go"), pathlib.Path("/tmp/asked")
+    device.script(
+        pathlib.Path("/VEL/System/Config/Scripts/PYGetPLCSerial.py"),
+        f"import pathlib, time\npathlib.Path('{asked}').touch()\n"
+        f"while not pathlib.Path('{go}').exists(): time.sleep(0.05)\nprint('SN9')",
+        interpreter="/usr/bin/python3",
+    )
+    return go, asked
+
+
 def test_rest_at_the_heels_of_a_start_waits_for_it_and_finds_nobody(device):
     """A start that takes its time while it reads the brokers, and the second packet of one of them meanwhile."""
     plant(device)
     run_paused(device, *VERBOSE)
-    go = pathlib.Path("/tmp/go")
-    device.script(
-        pathlib.Path("/VEL/System/Config/Scripts/PYGetPLCSerial.py"),
-        f"import pathlib, time\nwhile not pathlib.Path('{go}').exists(): time.sleep(0.05)\nprint('SN9')",
-        interpreter="/usr/bin/python3",
-    )
+    go, asked = slow_serial_number(device)
     request = set_first_packet(device, 2, OFFICE)
     content = BROKERS_FILE.read_text().replace('LastWillTopic=""', 'LastWillTopic="gone/{PLC.SN}"')
     BROKERS_FILE.write_text(content)
     start = device.requests.send(START)
+    wait_until(asked.exists, "the start to read the files")
     send_rest(device, OFFICE)
     wait_until(lambda: csvlog.has_message("reqId:16"), "the rest to be taken up")
     assert start.status == IN_PROGRESS
@@ -537,15 +550,11 @@ def test_changes_at_the_heels_of_a_start_wait_for_it(device):
     plant(device)
     run_paused(device)
     # The serial number is asked once, by the first topic that holds it.
-    go = pathlib.Path("/tmp/go")
-    device.script(
-        pathlib.Path("/VEL/System/Config/Scripts/PYGetPLCSerial.py"),
-        f"import pathlib, time\nwhile not pathlib.Path('{go}').exists(): time.sleep(0.05)\nprint('SN9')",
-        interpreter="/usr/bin/python3",
-    )
+    go, asked = slow_serial_number(device)
     text = SUBSCRIPTIONS_FILE.read_text()
     SUBSCRIPTIONS_FILE.write_text(text.replace("plc/command/1", "plc/{PLC.SN}/1"))
     start = device.requests.send(START)
+    wait_until(asked.exists, "the start to read the files")
     record = PublicationConfiguration("late", 0, 0, 0)
     change = device.requests.send(SET_PUBLICATION, 1, payload=record.encode())
     change.wait_begun()

@@ -6,6 +6,7 @@ from support import configuration, csvlog, records
 from support.configuration import acknowledgement_at, broker, publication
 from support.device import VERBOSE
 from support.records import BrokerStatus
+from support.requests import DONE, SET_PUBLISH_STATE
 from support.waiting import holds_for, wait_until
 
 NOT_OURS = "Accepted message does not belong to any topic"
@@ -73,6 +74,7 @@ def test_byte_stays_while_the_broker_keeps_silent(device, scripted):
     device.configure(publications=[acknowledged(1)])
     device.run()
     wait_until(lambda: partner.publishes, "a publication")
+    wait_until(lambda: device.statistics().sent == 1, "it to be counted")
     holds_for(lambda: acknowledgement(device, 1) == 0, "no acknowledgement", 1.5)
     assert device.statistics() == (1, 0, 0, 0)
     partner.acknowledge_now()
@@ -99,14 +101,21 @@ def test_missing_address_of_the_byte_means_address_0(device, mosquitto):
 def test_every_publication_is_sent_and_acknowledged_once(device, scripted, qos):
     partner = scripted()
     device.configure(publications=[acknowledged(n, QOS=qos, PeriodicInterval=100) for n in range(1, 21)])
-    service = device.run()
+    device.run()
     wait_until(lambda: device.statistics().sent >= 100, "a hundred publications")
-    service.stop()
-    statistics = device.statistics()
+    for n in range(1, 21):
+        assert device.requests.ask(SET_PUBLISH_STATE, n, state=0) == DONE
+
+    def counted():
+        # Two threads write the record: an older one may come last.
+        counts = [records.Statistics.decode(write.data) for write in device.tags.journal(configuration.STATISTICS_AT)]
+        return max(count.sent for count in counts), max(count.acknowledged for count in counts)
+
+    wait_until(
+        lambda: counted() == (len(partner.publishes),) * 2, lambda: f"{len(partner.publishes)} twice; {counted()}"
+    )
     assert len({publish.identifier for publish in partner.publishes}) == len(partner.publishes)
     assert not any(publish.duplicate for publish in partner.publishes)
-    assert 0 <= len(partner.publishes) - statistics.sent <= 1
-    assert 0 <= statistics.sent - statistics.acknowledged <= 1
 
 
 def test_deliveries_without_acknowledgement_count_as_sent_and_delivered_by_the_library(device, mosquitto):
@@ -126,17 +135,23 @@ def test_statistics_are_written_whole_and_count_up_by_one(device, mosquitto):
     assert {write.size for write in writes} == {records.Statistics.SIZE}
     counts = [records.Statistics.decode(write.data) for write in writes]
     assert (counts[0].received, counts[0].dropped) == (0, 0)
-    assert sorted({count.sent for count in counts} - {0}) == list(range(1, counts[-1].sent + 1))
+    assert sorted({count.sent for count in counts} - {0}) == list(range(1, max(count.sent for count in counts) + 1))
 
 
+@pytest.mark.timeout(90)
 def test_acknowledged_publications_do_not_wait_for_each_other_on_a_quick_broker(device, mosquitto):
     mosquitto()
     device.configure(publications=[acknowledged(n, PeriodicInterval=100) for n in range(1, 101)])
     device.run()
-    before = device.statistics().acknowledged
-    holds_for(lambda: True, "", 2)
-    # The library alone would send ten a second; due are a thousand.
-    assert device.statistics().acknowledged - before > 1000
+    wait_until(lambda: device.statistics().acknowledged > 400, device.statistics, timeout=45)
+    moments, most = [], 0
+    for write in device.tags.journal(configuration.STATISTICS_AT):
+        if (count := records.Statistics.decode(write.data).acknowledged) > most:
+            moments.append(write.time)
+            most = count
+    # A thousand a second are due. The library alone would send ten, and take 10 s for these. A busy machine has its
+    # better moments.
+    assert min(later - earlier for earlier, later in zip(moments, moments[100:])) < 5
 
 
 @pytest.mark.timeout(90)
@@ -152,13 +167,13 @@ def test_broker_that_never_acknowledges_does_not_stop_the_others_for_ever(device
     wait_until(lambda: mute.publishes, "a publication to the mute broker")
     wait_until(lambda: csvlog.has_message("END rtnValue=-4"), "the mute broker to be given up", timeout=40)
     before = device.statistics().acknowledged
-    wait_until(lambda: device.statistics().acknowledged >= before + 20, "the healthy broker's flow", timeout=5)
-    assert len(mute.publishes) == 1
+    wait_until(lambda: device.statistics().acknowledged >= before + 20, "the healthy broker's flow", timeout=15)
+    assert len({publish.identifier for publish in mute.publishes}) == 1  # the library may send it once more
     assert device.broker(2) == BrokerStatus(1, 0, 0)
     assert acknowledgement(device, 2) == 0
     # One acknowledgement, and it is a broker like any other again.
     mute.acknowledge_now()
-    wait_until(lambda: len(mute.publishes) >= 5, "publications to go on", timeout=5)
+    wait_until(lambda: len(mute.publishes) >= 5, "publications to go on", timeout=15)
     wait_until(lambda: acknowledgement(device, 2) == 1, "the byte")
 
 
@@ -204,7 +219,7 @@ def test_loss_of_one_broker_leaves_the_others_alone(device, mosquitto, scripted)
     other.close()
     wait_until(lambda: device.broker(2) == LOST, "the loss")
     before = device.statistics().acknowledged
-    wait_until(lambda: device.statistics().acknowledged > before + 20, "the first broker's flow", timeout=3)
+    wait_until(lambda: device.statistics().acknowledged > before + 20, "the first broker's flow")
     assert device.broker(1) == BrokerStatus(1, 0, 0)
 
 

@@ -144,6 +144,6 @@ def test_topics_of_the_broker_itself_are_taken_like_any_other(device, mosquitto,
     filters = {1: topic, 2: "$SYS/broker/+", 3: "broker/#"}
     device.configure(subscriptions=[subscription(n, Topic=text) for n, text in filters.items()])
     device.run()
-    wait_until(lambda: device.subscription(1).topic == topic, "the broker's own message", timeout=15)
+    wait_until(lambda: device.subscription(1).topic == topic, "the broker's own message", timeout=30)
     wait_until(lambda: device.subscription(2).topic.startswith("$SYS/broker/"), "the same by the wildcard")
     assert device.subscription(3).received == 0

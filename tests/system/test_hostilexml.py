@@ -1,10 +1,8 @@
 """Configuration files that nobody would write in good faith: told in the log, quickly, and in bounded memory."""
 
-import time
-
 import pytest
 
-from support import configuration, csvlog
+from support import build, configuration, csvlog
 from support.configuration import broker, publication
 from support.device import exit_status
 
@@ -14,7 +12,7 @@ FILES = {
     "Publications.xml": (configuration.PUBLICATIONS_FILE, "PublicationsConf"),
 }
 MEMORY_LIMIT = 150e6
-SECONDS_LIMIT = 5
+SECONDS_LIMIT = 5  # of processor time
 
 BROKER_NUMBERS = (
     "EncryptionType",
@@ -40,9 +38,8 @@ def assert_refused(device, name, content):
     device.configure()
     file, _ = FILES[name]
     file.write_bytes(content if isinstance(content, bytes) else content.encode())
-    begin = time.monotonic()
     assert exit_status(device.run_to_its_end()) == 0
-    assert time.monotonic() - begin < SECONDS_LIMIT
+    assert device.service.processor_time < SECONDS_LIMIT * build.time_factor()
     assert csvlog.messages("ERROR")[0].startswith("invalid content due to ")
     assert device.service.peak_memory < MEMORY_LIMIT
     assert device.tags.writes_made() == 0

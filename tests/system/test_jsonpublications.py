@@ -8,10 +8,10 @@ import pytest
 from support import csvlog, records
 from support.configuration import data_at, member, publication, received_at, subscription
 from support.device import VERBOSE
-from support.exchange import payloads
+from support.exchange import assert_only_what_went_out_is_counted, payloads
 from support.records import BOOL, INT8, INT16, INT32, JSON, NOTYPE, REAL, STR8, STR16, STR32, STRUCT, UINT8, UINT16
 from support.records import UINT32
-from support.waiting import holds_for, wait_until
+from support.waiting import wait_until
 
 LARGEST_PAYLOAD = 5000
 
@@ -158,11 +158,12 @@ def test_larger_text_is_not_published(device, mosquitto, listen, kind):
     device.tags.write(data_at(1), data)
     listener = listen(mosquitto())
     device.configure(publications=[publication(1, **too_large[kind]), publication(2, PayloadFormat=JSON)])
-    device.run(*VERBOSE)
-    listener.wait_for("plc/data/2", 3)
+    service = device.run(*VERBOSE)
+    listener.wait_for("plc/data/2", 5)
     assert listener.on("plc/data/1") == []
     assert csvlog.has_message(f"END rtnValue={records.PAYLOAD_TOO_BIG}", severity="DEBUG")
-    holds_for(lambda: device.statistics().sent <= len(listener.received) + 2, "only what went out is counted", 0.5)
+    service.stop()
+    assert_only_what_went_out_is_counted(device, listener)
 
 
 def test_data_outside_tag_memory_goes_out_as_zeros(device, mosquitto, listen):

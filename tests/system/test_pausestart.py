@@ -2,6 +2,7 @@
 
 import pathlib
 import signal
+import time
 
 import pytest
 
@@ -30,6 +31,9 @@ from support.waiting import holds_for, wait_until
 REFUSED = BrokerStatus(0, 0, -1)
 NOT_CONNECTED = BrokerStatus(0, 0, -12)
 
+# What a busy machine may add.
+LATENESS = 4.0
+
 
 def on_request_only(identifier=1, **attributes):
     return broker(identifier, AutoConnect=0, **attributes)
@@ -48,8 +52,17 @@ def pause_and_start(device):
     start(device)
 
 
+def seconds_until_more(wanted, count):
+    begin, before = time.monotonic(), count()
+    wait_until(lambda: count() >= before + wanted, lambda: f"{count() - before} of {wanted}", timeout=20)
+    return time.monotonic() - begin
+
+
+BUSY = "Broker 'broker1' is busy, give it a sec"
+
+
 def busy_lines():
-    return [row for row in csvlog.rows() if row.message == "Broker 'broker1' is busy, give it a sec"]
+    return [row for row in csvlog.rows() if row.message == BUSY]
 
 
 def test_every_state_and_request(device):
@@ -68,11 +81,13 @@ def test_every_state_and_request(device):
     for request, write in ((sent[1], writes[2]), (sent[3], writes[3])):
         first, last = (answer.number for answer in request.writes())
         assert first < write.number < last
-    lines = [
-        (row.function.rpartition("::")[2], row.message) for row in csvlog.rows() if " function" in row.message
-    ]
+
+    def lines():
+        return [(row.function.rpartition("::")[2], row.message) for row in csvlog.rows() if " function" in row.message]
+
+    wait_until(lambda: len(lines()) >= 10, lambda: f"the last line, which follows the answer: {lines()}")
     results = {START: "HandleStartMQTT", PAUSE: "HandlePauseMQTT"}
-    assert lines == [
+    assert lines() == [
         line
         for opcode, result in ((START, -4), (PAUSE, 0), (PAUSE, -5), (START, 0), (START, -4))
         for line in [
@@ -122,20 +137,23 @@ def test_start_connects_and_subscribes_nothing(device, mosquitto, listen, send):
     listener.wait_for("plc/data/1")
     registrations, made = device.tags.registrations(), device.tags.registrations_made()
     pause(device)
-    quiet = len(listener.received)
+    wait_until(lambda: partner.logged("Client plc-1 disconnected"), "the broker to have read all")
+    sender.publish("plc/data/mark")
+    listener.wait_for("plc/data/mark")  # and with it, all that was sent before the pause
+    quiet = len(listener.on("plc/data/1"))
     before = device.statistics()
     start(device)
     holds_for(lambda: device.broker() == BrokerStatus(0, 0, 0), "an unconnected broker", 2.5)
-    assert len(listener.received) == quiet
+    assert len(listener.on("plc/data/1")) == quiet
     assert device.statistics() == before
     # What is asked for works on the new entities.
     assert device.requests.ask(CONNECT, 1) == DONE
     listener.wait_for("plc/data/1", quiet + 5)
     assert device.subscription().subscribed == 0
-    sender.publish("plc/command/1", b"\1\0\0\0")
+    sender.publish("plc/command/1", b"\1\0\0\0", qos=1)  # the broker has taken it
     assert device.requests.ask(SUBSCRIBE, 1) == DONE
     sender.publish("plc/command/1", b"\2\0\0\0")
-    device.wait_received(b"\2\0\0\0")
+    device.wait_received(b"\2\0\0\0", nudge=lambda: sender.publish("plc/command/1", b"\2\0\0\0"))
     assert len(device.data_writes()) == 1
     assert device.statistics().received == 1
     assert (device.tags.registrations(), device.tags.registrations_made()) == (registrations, made)
@@ -300,11 +318,9 @@ def test_several_rounds_double_nothing(device, scripted):
         assert device.requests.ask(CONNECT, 2) == DONE
     # The other broker's attempts open one more now and then.
     wait_until(lambda: service.open_files() <= open_files, lambda: f"{service.open_files()} files to be {open_files}")
-    begin = len(partner.publishes)
-    attempts = device.broker_history(1).count(REFUSED)
-    holds_for(lambda: True, "", 2)
-    assert 5 <= len(partner.publishes) - begin <= 11  # rows that were bound twice would send 20
-    assert 1 <= device.broker_history(1).count(REFUSED) - attempts <= 3
+    # By how long so many take, which a slow machine only makes longer: rows that were bound twice would need 2 s each.
+    assert seconds_until_more(20, lambda: len(partner.publishes)) > 2.7
+    assert seconds_until_more(4, lambda: device.broker_history(1).count(REFUSED)) > 2.7
 
 
 def test_publish_state_belongs_to_the_row_and_survives(device, mosquitto, listen):
@@ -366,28 +382,34 @@ def test_pause_waits_for_a_broker_that_is_busy(device, scripted):
     fall_silent(partner)
     wait_until(lambda: partner.connections == 2, "the attempt to reconnect")
     request = device.requests.send(PAUSE)
-    wait_until(lambda: len(busy_lines()) == 3, "three passes")
+    wait_until(lambda: len(busy_lines()) >= 3, "three passes")
     assert request.answers() == [2]
     assert device.status() == RUNNING
     let_go(partner)
     assert request.wait() == DONE
     moments = [write.time for write in request.writes()]
-    # One second for each line, and the scheduler's; the passes end with the first that finds nobody busy.
-    assert len(busy_lines()) + 1 <= moments[1] - moments[0] < len(busy_lines()) + 2
+    # One second for each line, and the scheduler's; and what a busy machine adds.
+    assert len(busy_lines()) + 1 <= moments[1] - moments[0] < len(busy_lines()) + 2 + LATENESS
+    # The passes end with the first that finds nobody busy; one line may have been on its way.
+    ended = "Done reconnecting, State is (2) broker 'broker1'"
+    wait_until(lambda: csvlog.has_message(ended), "the end of the loop")
+    lines = csvlog.messages("DEBUG")
+    assert lines[lines.index(ended) :].count(BUSY) <= 1
     connections = partner.connections
     holds_for(lambda: partner.connections == connections, "no further attempt", 1.5)
 
 
 def test_pause_does_not_wait_for_a_loop_that_sleeps(device, scripted):
     partner = scripted()
-    device.configure(brokers=[broker(ConnectionInterval=4)])
+    device.configure(brokers=[broker(ConnectionInterval=30)])
     device.run(*VERBOSE)
     partner.drop_all()
     device.wait_code(records.CONNECTION_LOST)
     request = device.requests.send(PAUSE)
-    assert request.wait() == DONE
-    assert request.seconds() < 4  # the interval
+    assert request.wait(20) == DONE
+    assert request.seconds() < 30  # the interval
     assert busy_lines() == []
+    device.configure()  # losses are served after a second from now on
     start(device)
     # The loop of the loss before the pause wakes up meanwhile, and has nothing to do any more.
     wait_until(lambda: csvlog.has_message("Done reconnecting, State is (2) broker 'broker1'"), "the end of the loop")
@@ -395,7 +417,7 @@ def test_pause_does_not_wait_for_a_loop_that_sleeps(device, scripted):
     assert device.requests.ask(CONNECT, 1) == DONE
     # Losses are served again.
     partner.drop_all()
-    wait_until(lambda: partner.connections == 3, "the reconnection", timeout=8)
+    wait_until(lambda: partner.connections == 3, "the reconnection")
 
 
 def test_requests_that_run_during_a_long_pause_are_not_refused(device, scripted):
@@ -405,6 +427,7 @@ def test_requests_that_run_during_a_long_pause_are_not_refused(device, scripted)
     fall_silent(partner)
     wait_until(lambda: partner.connections == 2, "the attempt to reconnect")
     request = device.requests.send(PAUSE)
+    wait_until(busy_lines, "the pause to wait")
     assert device.requests.ask(DISCONNECT, 2) == BROKER_FAILED
     assert request.answers() == [2]
     let_go(partner)

@@ -10,7 +10,7 @@ import pytest
 
 from support import build, configuration, csvlog, records
 from support.configuration import broker, data_at, publication
-from support.device import TEARDOWN_SECONDS, VERBOSE, died_of
+from support.device import TEARDOWN_SECONDS, VERBOSE, died_of, has_died
 from support.requests import DONE, PUBLICATION_FAILED, SEND
 from support.waiting import holds_for, wait_until
 
@@ -77,9 +77,7 @@ def assert_dies_without_its_script(device):
     script = wait_until(lambda: SCRIPT_PROCESS.exists() and SCRIPT_PROCESS.read_text().strip(), "the script to run")
     assert died_of(device.service.stop(TEARDOWN_SECONDS)) == signal.SIGTERM
     assert device.tags.registrations() == {}
-    # Its state is "Z" for as long as nobody asks what became of it.
-    status = pathlib.Path(f"/proc/{script}/stat")
-    assert not status.exists() or status.read_text().rpartition(")")[2].split()[0] == "Z"
+    wait_until(lambda: has_died(script), "the end of the script")
 
 
 # Operations.
@@ -215,8 +213,12 @@ def test_arguments_are_the_words_of_the_tag(device, scripts):
         device.tags.write(data_at(identifier), text.ljust(TAG_SIZE, b"\0") + b"the next tag")
     start_offline(device, *(on_request(n, PeriodicInterval=100) for n in range(1, len(ARGUMENTS) + 1)))
     expected = {f"<{len(words)}>" + "".join(f"<{word}>" for word in words) for words in ARGUMENTS.values()}
-    wait_until(lambda: len(set(seen.read_text().splitlines())) >= len(expected), "all publications")
-    assert set(seen.read_text().splitlines()) == expected
+
+    def lines():
+        return set(seen.read_text().split("\n")[:-1])  # the last one may be in the making
+
+    wait_until(lambda: lines() >= expected, lambda: f"all publications; there are {lines()}")
+    assert lines() == expected
 
 
 def test_operation_writes_its_result_before_it_is_counted_and_answered(device, scripts):
@@ -438,7 +440,8 @@ def test_broker_that_acknowledges_nothing_holds_no_other_script_publication_up(d
     request = device.requests.send(SEND, 2)  # waits for the acknowledgement of the one before, 20 s
     wait_until(lambda: runs.read_text().count("asked-for") == 2, "the script to run for the request")
     came = len(healthy.publishes)
-    wait_until(lambda: len(healthy.publishes) >= came + 5, "messages to the healthy broker", timeout=15)
+    # One may have been under way.
+    wait_until(lambda: len(healthy.publishes) >= came + 2, "messages to the healthy broker", timeout=15)
     assert not request.is_answered
 
 
@@ -467,6 +470,7 @@ def test_operations_of_both_threads_never_take_one_anothers_result(device, scrip
     write_text(device, "periodic", 1)
     write_text(device, "asked-for", 2)
     start_offline(device, on_request(1, PeriodicInterval=10), on_request(2))
+    wait_until(lambda: device.tags.journal(data_at(1)), "a periodic result")
     for _ in range(4):
         assert device.requests.ask(SEND, 2) == DONE
     for identifier, text in ((1, b"periodic"), (2, b"asked-for")):

@@ -15,7 +15,7 @@ LINK_DOWN = BrokerStatus(0, 0, CONNECT_REFUSED)
 HOUR = 3600
 
 # What a busy machine may add to a sleep of the service.
-LATENESS = 3.0
+LATENESS = 5.0
 
 LOOP_BEGINS = "FIRED ('broker1')"
 NOTHING_LEFT_TO_DO = "Done reconnecting, State is (1) broker 'broker1'"
@@ -49,6 +49,12 @@ def attempts(partner):
 
 def gaps(moments):
     return [later - earlier for earlier, later in zip(moments, moments[1:])]
+
+
+def assert_one_second_apart(moments, least):
+    """A machine that is held up makes some gaps longer, and none shorter."""
+    found = gaps(moments)
+    assert all(gap >= least for gap in found) and min(found) < 2, found
 
 
 def run_with_three_subscriptions(device, scripted):
@@ -120,7 +126,7 @@ def test_attempts_follow_each_other_at_the_interval(device, scripted):
     partner.hang_up = True
     lose(device, partner)
     wait_until(lambda: len(attempts(partner)) >= 5, "four attempts", timeout=15)
-    assert all(1 <= gap < 1 + LATENESS for gap in gaps(attempts(partner)[1:])), gaps(attempts(partner))
+    assert_one_second_apart(attempts(partner)[1:], 1)
     partner.hang_up = False
     wait_ended(NOTHING_LEFT_TO_DO)
     assert device.broker() == CONNECTED
@@ -162,7 +168,7 @@ def test_link_that_is_down_is_looked_at_once_an_interval(device, scripted):
     lose(device, partner)
     wait_until(lambda: statuses(device).count(LINK_DOWN) >= 3, "three attempts")
     moments = [write.time for write in device.block_writes() if BrokerStatus.decode(write.data) == LINK_DOWN]
-    assert all(0.95 <= gap < 1 + LATENESS for gap in gaps(moments)), gaps(moments)
+    assert_one_second_apart(moments, 0.95)
     assert partner.connections == 1
     device.tags.set_link(False, True)
     wait_ended(NOTHING_LEFT_TO_DO)
@@ -172,13 +178,13 @@ def test_link_that_is_down_is_looked_at_once_an_interval(device, scripted):
 
 def test_connect_request_ends_the_attempts(device, scripted):
     partner = scripted()
-    device.configure(brokers=[broker(ConnectionInterval=3)])
+    device.configure(brokers=[broker(ConnectionInterval=8)])
     device.run(*VERBOSE)
     lose(device, partner)
     assert device.requests.ask(CONNECT, 1) == DONE
     assert device.broker() == CONNECTED
     # The loop is asleep meanwhile: its last attempt finds the connection, and says so.
-    wait_ended(NOTHING_LEFT_TO_DO)
+    wait_ended(NOTHING_LEFT_TO_DO, timeout=20)
     assert statuses(device)[-3:] == [LOST, CONNECTED, BrokerStatus(1, 0, CONNECT_REFUSED)]
     assert partner.connections == 2
     assert device.requests.ask(DISCONNECT, 1) == DONE
@@ -186,12 +192,12 @@ def test_connect_request_ends_the_attempts(device, scripted):
 
 def test_disconnect_request_does_not_end_the_attempts(device, scripted):
     partner = scripted()
-    device.configure(brokers=[broker(ConnectionInterval=2)])
+    device.configure(brokers=[broker(ConnectionInterval=8)])
     device.run(*VERBOSE)
     lose(device, partner)
     assert device.requests.ask(DISCONNECT, 1) == BROKER_FAILED
     assert device.broker() == BrokerStatus(0, 0, -12)
-    wait_ended(NOTHING_LEFT_TO_DO)
+    wait_ended(NOTHING_LEFT_TO_DO, timeout=20)
     assert device.broker() == CONNECTED
     assert partner.connections == 2
 
@@ -242,14 +248,16 @@ def test_each_loss_is_mended(device, scripted):
 
 def test_newer_loss_takes_the_attempts_over(device, scripted):
     partner = scripted()
-    device.configure(brokers=[broker(ConnectionInterval=3)])
+    interval = 8
+    device.configure(brokers=[broker(ConnectionInterval=interval)])
     device.run(*VERBOSE)
     first = lose(device, partner)
     assert device.requests.ask(CONNECT, 1) == DONE
     wait_until(lambda: time.monotonic() - first > 1.5, "some of the first loop's sleep")
     second = lose(device, partner)
-    wait_until(lambda: len(partner.connects) == 3, "the reconnection")
-    assert 2.9 <= partner.connects[2].time - second < 3 + LATENESS
+    wait_until(lambda: len(partner.connects) == 3, "the reconnection", timeout=interval + 12)
+    # The first loop's attempt would come at least 1.5 s sooner.
+    assert interval - 0.1 <= partner.connects[2].time - second < 2 * interval
     wait_ended(NOTHING_LEFT_TO_DO, 2)
     assert statuses(device)[-3:] == [CONNECTED, LOST, CONNECTED]
     assert partner.connections == 3
@@ -278,25 +286,28 @@ def test_loop_that_sleeps_through_a_pause_and_two_starts_is_gone(device, scripte
     wait_ended(ENDED_BY_PAUSE)
     assert device.requests.ask(CONNECT, 1) == DONE
     holds_for(lambda: (partner.connections, device.broker()) == (2, CONNECTED), "one new connection", 2.5)
-    assert partner.connections - partner.closed == 1
-    assert service.threads() <= threads
+    wait_until(lambda: partner.connections - partner.closed == 1, "one connection that is left")
+    wait_until(lambda: service.threads() <= threads, lambda: f"{threads} threads; there are {service.threads()}")
     assert csvlog.messages("DEBUG").count(ENDED_BY_PAUSE) == 1
 
 
 def test_start_while_the_old_loop_sleeps_makes_one_connection(device, scripted):
     partner = scripted()
-    device.configure(brokers=[broker(ConnectionInterval=2)])
+    interval = 6
+    device.configure(brokers=[broker(ConnectionInterval=interval)])
     device.run(*VERBOSE)
-    lose(device, partner)
+    lost = lose(device, partner)
     assert device.requests.ask(PAUSE) == DONE
     assert device.requests.ask(START) == DONE
     assert device.requests.ask(CONNECT, 1) == DONE
     wait_ended(ENDED_BY_PAUSE)
-    holds_for(lambda: partner.connections == 2, "no connection by the old loop", 3)
+    # Until behind the moment at which the old loop would have made its attempt.
+    rest = max(1, lost + interval + 3 - time.monotonic())
+    holds_for(lambda: partner.connections == 2, "no connection by the old loop", rest)
     assert device.broker() == CONNECTED
     # The new entity's own losses are mended.
     lose(device, partner)
-    wait_ended(NOTHING_LEFT_TO_DO)
+    wait_ended(NOTHING_LEFT_TO_DO, timeout=20)
     assert partner.connections == 3
     assert device.status() == RUNNING
 
@@ -317,5 +328,5 @@ def test_connect_request_during_an_attempt_waits_for_it(device, scripted):
     # Whichever of the two comes first connects, and the other one finds the connection.
     assert request.wait() in (DONE, BROKER_FAILED)
     wait_ended(NOTHING_LEFT_TO_DO)
-    assert partner.connections - partner.closed == 1
+    wait_until(lambda: partner.connections - partner.closed == 1, "one connection that is left")
     assert device.broker().connected == 1

@@ -1,11 +1,12 @@
 """Work by the clock: periods, retries of brokers out of reach, and the link that has to be up for them."""
 
-import time
+import statistics
 
 import pytest
 
 from support import configuration, csvlog, records
 from support.configuration import broker, publication
+from support.device import VERBOSE
 from support.records import CONNECT_REFUSED, BrokerStatus
 from support.waiting import holds_for, wait_until
 
@@ -13,31 +14,38 @@ REFUSED = BrokerStatus(0, 0, -1)
 LINK_DOWN = BrokerStatus(0, 0, CONNECT_REFUSED)
 
 
+def published_at(identifier):
+    """The moments of a publication, in seconds, as the log has them."""
+    beginning = f"Publication 'publication{identifier}' Publish"
+    return [row.moment for row in csvlog.rows() if row.message.startswith(beginning)]
+
+
 def test_publications_keep_their_periods(device, mosquitto, listen):
     listener = listen(mosquitto())
     periods = {1: 100, 2: 250, 3: 1000}
     device.configure(publications=[publication(n, PeriodicInterval=period) for n, period in periods.items()])
-    device.run()
-    listener.wait_for("plc/data/3")
-    begin = time.monotonic()
-    holds_for(lambda: True, "", 4)
-    seconds = time.monotonic() - begin
+    device.run(*VERBOSE)
+    listener.wait_for("plc/data/3", 9, timeout=30)
     for number, period in periods.items():
-        times = [message.time for message in listener.on(f"plc/data/{number}")]
-        count = len([moment for moment in times if begin <= moment < begin + seconds])
-        due = seconds * 1000 / period
-        # The timers may be off by a twentieth, and a busy machine by a little more.
-        assert due * 0.85 - 1 <= count <= due * 1.06 + 1, (number, count, due)
+        moments = published_at(number)
+        gaps = [(later - earlier) * 1000 for earlier, later in zip(moments, moments[1:])]
+        # The timers may be off by a twentieth. Where the machine holds the service up, a gap gets longer and the one
+        # behind it shorter.
+        assert period * 0.94 <= statistics.median(gaps) <= period * 1.15, (number, gaps)
+        assert len(gaps) <= (moments[-1] - moments[0]) * 1000 / period * 1.06 + 1, (number, gaps)
 
 
 def test_first_publication_comes_one_period_after_the_start(device, mosquitto, listen):
     listener = listen(mosquitto())
-    device.configure(publications=[publication(PeriodicInterval=1500)])
-    device.run()
-    running = time.monotonic()
-    assert listener.received == []
-    first = listener.wait_for("plc/data/1")[0]
-    assert 0.5 < first.time - running < 3
+    device.configure(publications=[publication(1, PeriodicInterval=1500), publication(2, PeriodicInterval=200)])
+    device.run(*VERBOSE)
+    listener.wait_for("plc/data/1")
+    # Seven periods of the other; two of its own would be fourteen. A machine that is held up only skips some.
+    assert [message.topic for message in listener.received].index("plc/data/1") <= 9
+    wait_until(lambda: published_at(1), "its line in the log")
+    # The timers begin a second after the manager has asked for them.
+    bound = next(row.moment for row in csvlog.rows() if row.function == "MQTTClientManager::ManagePeriodicPublications")
+    assert published_at(1)[0] - bound > 1 + 1.5 * 0.93
 
 
 def test_failed_broker_is_tried_again_at_its_interval(device, scripted):
@@ -45,10 +53,12 @@ def test_failed_broker_is_tried_again_at_its_interval(device, scripted):
     partner.refuse = 3
     device.configure(brokers=[broker(ConnectionInterval=2)])
     device.run()
-    wait_until(lambda: len(partner.connects) >= 6, "three attempts", timeout=12)
+    wait_until(lambda: len(partner.connects) >= 10, "five attempts", timeout=30)
     # Each attempt is made in two versions of the protocol.
-    begins = [connect.time for connect in partner.connects[0:6:2]]
-    assert 1.8 < begins[2] - begins[1] < 4
+    begins = [connect.time for connect in partner.connects[0:10:2]]
+    gaps = [later - earlier for earlier, later in zip(begins[1:], begins[2:])]
+    # A machine that is held up makes some gaps longer and none shorter.
+    assert 1.8 < min(gaps) < 3, gaps
 
 
 def test_retries_stop_after_success(device, mosquitto):
@@ -133,7 +143,7 @@ def test_publications_go_on_while_a_broker_is_retried(device, mosquitto):
     device.run()
     wait_until(lambda: device.broker_history(2).count(REFUSED) >= 3, "retries")
     before = device.statistics().sent
-    wait_until(lambda: device.statistics().sent > before + 50, "publications", timeout=5)
+    wait_until(lambda: device.statistics().sent > before + 50, "publications", timeout=15)
 
 
 def test_publications_beyond_the_scheduler_are_named_and_left_out(device, mosquitto, listen):

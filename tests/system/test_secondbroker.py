@@ -92,7 +92,7 @@ def test_retained_messages_at_boot_all_arrive(device, aedes, send):
     device.configure(subscriptions=[subscription(n, QOS=n % 3, DataType=INT32) for n in identifiers])
     device.run()
     for n in identifiers:
-        device.wait_received(number(n), n, timeout=3)
+        device.wait_received(number(n), n)
 
 
 def test_retained_publication_waits_for_who_comes_later(device, aedes, listen):
@@ -120,5 +120,5 @@ def test_loss_of_the_connection_shows(device, aedes):
     device.configure(subscriptions=[subscription(1)])
     device.run()
     partner.stop()
-    device.wait_code(records.CONNECTION_LOST)
+    device.wait_lost()
     wait_until(lambda: device.subscription(1)[:2] == (0, records.SUBSCRIPTION_LOST), "the subscription's record")

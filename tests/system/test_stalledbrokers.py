@@ -1,12 +1,13 @@
 """Brokers that misbehave beside a healthy one: how long its periodic messages have to wait, and what is left behind."""
 
+import re
 import time
 
 import pytest
 
 from support import csvlog, records
 from support.configuration import broker, publication
-from support.device import VERBOSE
+from support.device import STANDARD_OUTPUT, VERBOSE
 from support.records import CONNECTION_LOST
 from support.requests import BROKER_FAILED, CONNECT, DISCONNECT, DONE, PAUSE
 from support.waiting import holds_for, wait_until
@@ -21,7 +22,8 @@ WRITE_PATIENCE = 20
 
 # What a busy machine may add.
 LATENESS = 4.0
-ATTEMPT = CONNECT_PATIENCE + LATENESS + 1  # two versions of the protocol, and the library's own steps
+# The library counts its patience with an attempt in naps of 10 ms, each of which takes longer on a busy machine.
+LONGEST_ATTEMPT = 2.5 * CONNECT_PATIENCE
 
 
 class Neighbours:
@@ -54,9 +56,12 @@ class Neighbours:
         return max(later - earlier for earlier, later in zip(times, times[1:]))
 
     def assert_flowing_for(self, seconds):
-        begin = time.monotonic()
-        wait_until(lambda: time.monotonic() - begin > seconds, "the time to pass", seconds + 5)
-        assert self.largest_gap(begin) < LATENESS, self.largest_gap(begin)
+        """As many messages as belong into that time, long before any patience with the stalled broker is at its end."""
+        begin, came = time.monotonic(), len(self.healthy.publishes)
+        count = came + round(seconds / PERIOD)
+        wait_until(lambda: len(self.healthy.publishes) >= count, "messages to the healthy broker", seconds + 20)
+        took = self.healthy.publishes[count - 1].time - begin
+        assert took < seconds + 2 * LATENESS, took
 
     def wait_stalled_connections(self, count):
         wait_until(lambda: self.stalled.connections >= count, lambda: f"{count} connections to the stalled broker")
@@ -84,29 +89,35 @@ def test_retry_of_a_broker_that_refuses_costs_all_the_moment_of_an_attempt(neigh
     """One that could not be reached at the start is retried by the thread that sends all periodic publications."""
     neighbours.stalled.refuse = 3
     neighbours.run()
-    opened = neighbours.stalled.connections
-    neighbours.assert_flowing_for(5)
-    assert neighbours.stalled.connections >= opened + 4
+    begin, opened = time.monotonic(), neighbours.stalled.connections
+    wait_until(lambda: neighbours.stalled.connections >= opened + 4, "attempts", timeout=20)
+    neighbours.assert_flowing_for(2)
+    assert neighbours.largest_gap(begin) < LATENESS, neighbours.largest_gap(begin)
 
 
-@pytest.mark.timeout(90)
+@pytest.mark.timeout(120)
 def test_retry_of_a_silent_broker_holds_all_up_for_the_time_of_an_attempt(neighbours):
     stalled, healthy = neighbours.stalled, neighbours.healthy
     stalled.hang_up = True
-    neighbours.run(ConnectionInterval=2)
-    begin = time.monotonic()
-    opened = stalled.connections
+    interval = 5
+    neighbours.run(ConnectionInterval=interval)
     stalled.silent = True
-    neighbours.wait_stalled_connections(opened + 1)
-    wait_until(lambda: time.monotonic() - healthy.publishes[-1].time > 3, "a gap")
+    wait_until(
+        lambda: stalled.closed < stalled.connections and time.monotonic() - healthy.publishes[-1].time > LATENESS,
+        "an attempt that holds all up",
+        timeout=interval + 3 * LATENESS,
+    )
     sent = len(healthy.publishes)
-    wait_until(lambda: len(healthy.publishes) > sent, "the end of the gap", ATTEMPT)
-    assert neighbours.largest_gap(begin) < ATTEMPT, neighbours.largest_gap(begin)
+    wait_until(lambda: stalled.closed == stalled.connections, "the end of the attempt", LONGEST_ATTEMPT)
+    ended = time.monotonic()
     # Attempts don't follow each other without a pause.
-    wait_until(lambda: len(healthy.publishes) > sent + 10, "messages between two attempts", timeout=5)
+    wait_until(lambda: len(healthy.publishes) > sent + 10, "messages between two attempts")
+    last, following = (publish.time for publish in healthy.publishes[sent - 1 : sent + 1])
+    gap, attempt = following - last, ended - last
+    assert CONNECT_PATIENCE - LATENESS < gap < attempt + LATENESS, f"a gap of {gap} s, an attempt of {attempt} s"
     stalled.silent = stalled.hang_up = False
     stalled.drop_all()
-    neighbours.device.wait_connected(2, ATTEMPT)
+    neighbours.device.wait_connected(2, LONGEST_ATTEMPT)
     neighbours.assert_flowing_for(1)
 
 
@@ -184,7 +195,7 @@ def heal(neighbours):
     opened = stalled.connections
     stalled.drop_all()
     neighbours.wait_stalled_connections(opened + 1)
-    neighbours.device.wait_connected(2, ATTEMPT)
+    neighbours.device.wait_connected(2, LONGEST_ATTEMPT)
     neighbours.wait_flowing()
 
 
@@ -237,10 +248,13 @@ def test_broker_that_stops_reading_is_found_by_the_keep_alive_while_the_socket_t
     neighbours.device.wait_connected(2)
 
 
-def run_with_a_flood(neighbours):
-    """Sends the stalled broker as much as fills all buffers on the way within a second or two."""
+def run_with_a_flood(neighbours, **attributes):
+    """Sends the stalled broker as much as fills all buffers on the way within a second or two.
+
+    That has to be done ahead of the first ping, which is due after a minute: one that is on its way already finds a
+    broker out that doesn't answer."""
     large = {"PeriodicInterval": 10, "DataType": f"{records.STR8}_4990"}
-    neighbours.run(*(on_stalled(number, **large) for number in range(2, 22)), KeepAlive=2)
+    neighbours.run(*(on_stalled(number, **large) for number in range(2, 22)), **attributes)
 
 
 def test_disconnect_request_frees_all_from_a_broker_that_stops_reading(neighbours):
@@ -260,15 +274,17 @@ def test_disconnect_request_frees_all_from_a_broker_that_stops_reading(neighbour
 
 @pytest.mark.timeout(90)
 def test_broker_that_takes_no_more_data_is_given_up(neighbours):
-    run_with_a_flood(neighbours)
+    run_with_a_flood(neighbours, ConnectionInterval=10)  # for so long the loss stands, and nothing is stuck anew
     begin = time.monotonic()
     neighbours.stalled.reading.clear()
-    neighbours.device.wait_code(CONNECTION_LOST, 2, timeout=WRITE_PATIENCE + 10)
+    neighbours.device.wait_code(CONNECTION_LOST, 2, timeout=WRITE_PATIENCE + 25)
     neighbours.wait_flowing()
     assert 5 < neighbours.largest_gap(begin) < WRITE_PATIENCE + 2 * LATENESS, neighbours.largest_gap(begin)
-    assert csvlog.has_message("broker 'broker2' takes no more data: its connection is given up", severity="WARN")
+    # On the console, since the log's files hold a few seconds of the flood only.
+    given_up = r" WARN  \[\d+\] \[\S+\] broker 'broker2' takes no more data: its connection is given up$"
+    assert re.search(given_up, STANDARD_OUTPUT.read_text(errors="replace"), re.MULTILINE)
     neighbours.stalled.reading.set()
-    neighbours.device.wait_connected(2)
+    neighbours.device.wait_connected(2, timeout=20)
     neighbours.wait_flowing()
 
 
@@ -278,9 +294,11 @@ def test_pause_waits_for_a_whole_attempt_and_goes_on(neighbours):
     neighbours.stalled.silent = True
     neighbours.stalled.drop_all()
     neighbours.wait_stalled_connections(2)
-    request = neighbours.device.requests.send(PAUSE)
-    assert request.wait(2 * CONNECT_PATIENCE) == DONE  # and not for a second attempt
-    assert neighbours.device.status() == records.PAUSED
-    assert csvlog.has_message("Done reconnecting, State is (2) broker 'broker2'")
     opened = neighbours.stalled.connections
+    request = neighbours.device.requests.send(PAUSE)
+    assert request.wait(LONGEST_ATTEMPT) == DONE
+    assert neighbours.stalled.connections == opened  # and not for a second attempt
+    assert neighbours.device.status() == records.PAUSED
+    ended = "Done reconnecting, State is (2) broker 'broker2'"
+    wait_until(lambda: csvlog.has_message(ended), "the end of the loop")
     holds_for(lambda: neighbours.stalled.connections == opened, "no further attempt", 2)
