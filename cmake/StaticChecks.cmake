@@ -1,6 +1,5 @@
 # Targets behind the presets check-format and check-tidy. Both fail on the first finding.
 find_program(CLANG_FORMAT clang-format)
-find_program(RUN_CLANG_TIDY NAMES run-clang-tidy run-clang-tidy-14)
 file(GLOB_RECURSE OUR_SOURCES CONFIGURE_DEPENDS
     ${CMAKE_SOURCE_DIR}/MQTTClientManager/*.cpp ${CMAKE_SOURCE_DIR}/MQTTClientManager/*.h
     ${CMAKE_SOURCE_DIR}/Utils/*.cpp ${CMAKE_SOURCE_DIR}/Utils/*.h
@@ -15,6 +14,5 @@ add_custom_target(format
     COMMAND ${CLANG_FORMAT} -i ${OUR_SOURCES}
     WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} COMMENT "Formatting our sources" VERBATIM)
 add_custom_target(check-tidy
-    COMMAND ${RUN_CLANG_TIDY} -quiet -p ${CMAKE_BINARY_DIR}
-            "^${CMAKE_SOURCE_DIR}/(MQTTClientManager|Utils|Platform|Tools|bench)/.*\\.cpp$"
-    WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} COMMENT "Running clang-tidy" VERBATIM)
+    COMMAND ${CMAKE_SOURCE_DIR}/scripts/tidy --build ${CMAKE_BINARY_DIR}
+    WORKING_DIRECTORY ${CMAKE_SOURCE_DIR} COMMENT "Running clang-tidy" USES_TERMINAL VERBATIM)
