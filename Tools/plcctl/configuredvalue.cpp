@@ -28,9 +28,8 @@ constexpr std::array TypeNames{
 
 const TagType& tagTypeOf(int type)
 {
-    const auto* const found =
-        std::find_if(TypeNames.begin(), TypeNames.end(), [type](const TypeName& each) { return each.type == type; });
-    return *findTagType(found == TypeNames.end() ? "BYTES" : found->name);
+    const char* const name = typeNameOf(type);
+    return *findTagType(name ? name : "BYTES");
 }
 
 std::string textOf(const ValueLayout& value, ByteSpan bytes)
@@ -57,25 +56,42 @@ ByteSpan bytesOf(const MemberEntry& member, ByteSpan bytes)
 
 } // namespace
 
-std::string textOfData(const SubscriptionEntry& subscription, ByteSpan bytes)
+const char* typeNameOf(int type)
 {
-    if (subscription.value.type != AT_STRUCT)
-        return textOf(subscription.value, bytes);
+    const auto* const found =
+        std::find_if(TypeNames.begin(), TypeNames.end(), [type](const TypeName& each) { return each.type == type; });
+    return found == TypeNames.end() ? nullptr : found->name;
+}
+
+std::string textOfData(const ValueLayout& value, const std::vector<MemberEntry>& members, ByteSpan bytes)
+{
+    if (value.type != AT_STRUCT)
+        return textOf(value, bytes);
     std::string text;
-    for (const MemberEntry& member : subscription.members)
+    for (const MemberEntry& member : members)
         text +=
             (text.empty() ? "" : ", ") + printable(member.name) + " " + textOf(member.value, bytesOf(member, bytes));
     return text;
 }
 
-Json jsonOfData(const SubscriptionEntry& subscription, ByteSpan bytes)
+std::string textOfData(const SubscriptionEntry& subscription, ByteSpan bytes)
 {
-    if (subscription.value.type != AT_STRUCT)
-        return jsonOf(subscription.value, bytes);
+    return textOfData(subscription.value, subscription.members, bytes);
+}
+
+Json jsonOfData(const ValueLayout& value, const std::vector<MemberEntry>& members, ByteSpan bytes)
+{
+    if (value.type != AT_STRUCT)
+        return jsonOf(value, bytes);
     Json object = Json::object();
-    for (const MemberEntry& member : subscription.members)
+    for (const MemberEntry& member : members)
         object[member.name] = jsonOf(member.value, bytesOf(member, bytes));
     return object;
+}
+
+Json jsonOfData(const SubscriptionEntry& subscription, ByteSpan bytes)
+{
+    return jsonOfData(subscription.value, subscription.members, bytes);
 }
 
 } // namespace plcctl

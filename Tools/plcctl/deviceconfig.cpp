@@ -180,8 +180,11 @@ void readPublication(QXmlStreamReader& xml, DeviceConfig& config)
     entry.name = utf8(xml, "Name");
     entry.dataAddress = address(xml, "DataAddr");
     entry.acknowledgeAddress = optionalAddress(xml, "BrokerReceivedAddr");
-    entry.dataSize = tagLayoutAndLeave(xml).size;
-    config.publications.push_back(entry);
+    TagLayout layout = tagLayoutAndLeave(xml);
+    entry.dataSize = layout.size;
+    entry.value = layout.value;
+    entry.members = std::move(layout.members);
+    config.publications.push_back(std::move(entry));
 }
 
 void readSubscription(QXmlStreamReader& xml, DeviceConfig& config)

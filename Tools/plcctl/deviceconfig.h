@@ -25,16 +25,6 @@ struct BrokerEntry
     Attributes attributes = {};
 };
 
-struct PublicationEntry
-{
-    int id = 0;
-    std::string name;
-    std::uint32_t dataAddress = 0;
-    std::uint32_t dataSize = 0;                      // bytes
-    std::optional<std::uint32_t> acknowledgeAddress; // of one byte
-    Attributes attributes = {};
-};
-
 // What the bytes of a tag, or of a struct's member, are.
 struct ValueLayout
 {
@@ -48,6 +38,18 @@ struct MemberEntry
     std::string name;
     std::uint32_t offset = 0; // bytes from the beginning of the struct
     ValueLayout value;
+};
+
+struct PublicationEntry
+{
+    int id = 0;
+    std::string name;
+    std::uint32_t dataAddress = 0;
+    std::uint32_t dataSize = 0;                      // bytes
+    std::optional<std::uint32_t> acknowledgeAddress; // of one byte
+    ValueLayout value = {};
+    std::vector<MemberEntry> members = {}; // of a struct
+    Attributes attributes = {};
 };
 
 struct SubscriptionEntry

@@ -1,12 +1,6 @@
-#include "commands.h"
-
-#include <cstdio>
-#include <exception>
-#include <iostream>
+#include "programrun.h"
 
 namespace {
-
-using plcctl::ExitCode;
 
 constexpr char Footer[] = "Exit status:\n"
                           "  0  done\n"
@@ -23,37 +17,10 @@ constexpr char Footer[] = "Exit status:\n"
                           "  plcctl request connect 1\n"
                           "  plcctl COMMAND --help";
 
-ExitCode parse(CLI::App& app, int argc, char** argv)
-{
-    try {
-        app.parse(argc, argv);
-        return ExitCode::Done;
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? ExitCode::Done : ExitCode::Usage;
-    }
-}
-
-ExitCode run(const plcctl::Action& action)
-{
-    try {
-        return action();
-    } catch (const plcctl::Failure& failure) {
-        std::cerr << "plcctl: " << failure.what() << '\n';
-        return failure.code;
-    } catch (const std::exception& error) {
-        std::cerr << "plcctl: " << error.what() << '\n';
-        return ExitCode::Failed;
-    }
-}
-
 } // namespace
 
 int main(int argc, char** argv)
 {
-    // A reader at the other end of a pipe sees each line at once.
-    if (std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ) != 0)
-        std::cerr << "plcctl: output may come late: standard output can't be buffered by lines\n";
-
     CLI::App app{"The controller's side of the MQTT client service: its tags, records, queue and links.", "plcctl"};
     app.set_version_flag("--version", "plcctl " PLCCTL_VERSION);
     app.footer(Footer);
@@ -63,14 +30,5 @@ int main(int argc, char** argv)
     for (const auto add : plcctl::CommandGroups)
         add(app, action);
 
-    ExitCode result = parse(app, argc, argv);
-    if (result == ExitCode::Done && action)
-        result = run(action);
-
-    std::cout.flush();
-    if (!std::cout) {
-        std::cerr << "plcctl: standard output could not be written\n";
-        return static_cast<int>(ExitCode::Failed);
-    }
-    return static_cast<int>(result);
+    return plcctl::runProgram(app, action, argc, argv);
 }

@@ -12,17 +12,30 @@ namespace {
 
 constexpr std::int64_t NanosecondsPerSecond = 1'000'000'000;
 
-std::string formatTime(const char* format, const std::tm& time, std::int64_t nanoseconds, const char* suffix)
+std::string fractionOf(std::int64_t nanoseconds)
 {
-    std::array<char, 64> seconds{};
-    std::strftime(seconds.data(), seconds.size(), format, &time);
-    std::array<char, 96> text{};
-    std::snprintf(text.data(), text.size(), "%s.%06d%s", seconds.data(), static_cast<int>(nanoseconds / 1000), suffix);
+    std::array<char, 16> text{};
+    std::snprintf(text.data(), text.size(), ".%06d", static_cast<int>(nanoseconds / 1000));
+    return text.data();
+}
+
+// By the calendar, since the C library's times end in 2038 on 32-bit processors. "2024-05-06T07:08:09"
+std::string utcText(std::int64_t secondsSinceEpoch)
+{
+    const std::chrono::sys_seconds time{std::chrono::seconds{secondsSinceEpoch}};
+    const auto day = std::chrono::floor<std::chrono::days>(time);
+    const std::chrono::year_month_day date{day};
+    const std::chrono::hh_mm_ss clock{time - day};
+    std::array<char, 64> text{};
+    std::snprintf(text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02d", static_cast<int>(date.year()),
+                  static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
+                  static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
+                  static_cast<int>(clock.seconds().count()));
     return text.data();
 }
 
 // Splits a time into whole seconds and nanoseconds from 0 up, also before 1970.
-std::pair<std::time_t, std::int64_t> split(std::int64_t nanosecondsSinceEpoch)
+std::pair<std::int64_t, std::int64_t> split(std::int64_t nanosecondsSinceEpoch)
 {
     std::int64_t seconds = nanosecondsSinceEpoch / NanosecondsPerSecond;
     std::int64_t rest = nanosecondsSinceEpoch % NanosecondsPerSecond;
@@ -30,7 +43,7 @@ std::pair<std::time_t, std::int64_t> split(std::int64_t nanosecondsSinceEpoch)
         rest += NanosecondsPerSecond;
         --seconds;
     }
-    return {static_cast<std::time_t>(seconds), rest};
+    return {seconds, rest};
 }
 
 std::string hexByte(std::uint8_t byte)
@@ -107,27 +120,23 @@ std::string asciiBytes(std::span<const std::uint8_t> bytes)
 std::string localTime(std::int64_t nanosecondsSinceEpoch)
 {
     const auto [seconds, rest] = split(nanosecondsSinceEpoch);
-    std::tm time{};
-    localtime_r(&seconds, &time);
-    return formatTime("%Y-%m-%d %H:%M:%S", time, rest, "");
+    const auto time = static_cast<std::time_t>(seconds);
+    std::tm local{};
+    localtime_r(&time, &local);
+    std::array<char, 64> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local);
+    return text.data() + fractionOf(rest);
 }
 
 std::string utcTime(std::int64_t nanosecondsSinceEpoch)
 {
     const auto [seconds, rest] = split(nanosecondsSinceEpoch);
-    std::tm time{};
-    gmtime_r(&seconds, &time);
-    return formatTime("%Y-%m-%dT%H:%M:%S", time, rest, "Z");
+    return utcText(seconds) + fractionOf(rest) + "Z";
 }
 
 std::string utcSeconds(std::uint32_t secondsSinceEpoch)
 {
-    const std::time_t seconds = secondsSinceEpoch;
-    std::tm time{};
-    gmtime_r(&seconds, &time);
-    std::array<char, 64> text{};
-    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &time);
-    return text.data();
+    return utcText(secondsSinceEpoch) + "Z";
 }
 
 std::int64_t nowNanoseconds()

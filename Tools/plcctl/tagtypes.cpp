@@ -169,10 +169,11 @@ Bytes textSlot(const TagType& type, std::span<const std::string> values, std::op
                "it takes " + std::to_string(units) + " characters of " + std::to_string(type.unitSize) +
                    (type.unitSize == 1 ? " byte" : " bytes") + ", and the tag holds " + std::to_string(*length));
     }
-    const std::size_t slot = (std::size_t{length.value_or(static_cast<unsigned>(units))} + 1) * type.unitSize;
-    // Checked before the slot is made: the length comes from the command line.
+    // Checked before the slot is made: the length comes from the command line, and can be more than a 32-bit size
+    // holds.
+    const std::uint64_t slot = (std::uint64_t{length.value_or(static_cast<unsigned>(units))} + 1) * type.unitSize;
     if (slot <= MaxTagBytes)
-        bytes.resize(slot, 0);
+        bytes.resize(static_cast<std::size_t>(slot), 0);
     else
         bytes.resize(MaxTagBytes + 1);
     return bytes;

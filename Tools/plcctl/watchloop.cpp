@@ -10,11 +10,11 @@ namespace {
 
 sigset_t endSignals()
 {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    return signals;
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    return ends;
 }
 
 } // namespace
@@ -22,8 +22,8 @@ sigset_t endSignals()
 WatchLoop::WatchLoop(std::optional<double> seconds)
 {
     // Blocked, not handled: a signal then waits for the next pause, and none falls between a test and a sleep.
-    const sigset_t signals = endSignals();
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    const sigset_t ends = endSignals();
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
     if (seconds)
         m_deadline =
             Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(*seconds));
@@ -39,8 +39,8 @@ bool WatchLoop::pause(std::chrono::milliseconds interval)
 
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(rest);
     const timespec timeout{static_cast<std::time_t>(seconds.count()), static_cast<long>((rest - seconds).count())};
-    const sigset_t signals = endSignals();
-    const bool signalled = sigtimedwait(&signals, nullptr, &timeout) > 0;
+    const sigset_t ends = endSignals();
+    const bool signalled = sigtimedwait(&ends, nullptr, &timeout) > 0;
     m_over = signalled || (m_deadline && Clock::now() >= *m_deadline);
     return !m_over;
 }
