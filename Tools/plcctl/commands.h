@@ -23,10 +23,11 @@ void addRegistrationsCommand(CLI::App& app, Action& action);
 void addRequestCommands(CLI::App& app, Action& action);
 void addConfigCommands(CLI::App& app, Action& action);
 void addAppCommand(CLI::App& app, Action& action);
+void addCheckCommand(CLI::App& app, Action& action);
 
 // In the order in which the help lists them.
-inline constexpr std::array CommandGroups{addStatusCommand,  addTagCommands,   addJournalCommand,
-                                          addLinkCommands,   addQueueCommands, addRequestCommands,
-                                          addConfigCommands, addAppCommand,    addRegistrationsCommand};
+inline constexpr std::array CommandGroups{
+    addStatusCommand,   addTagCommands,    addJournalCommand, addLinkCommands,         addQueueCommands,
+    addRequestCommands, addConfigCommands, addAppCommand,     addRegistrationsCommand, addCheckCommand};
 
 } // namespace plcctl

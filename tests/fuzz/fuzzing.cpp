@@ -3,8 +3,6 @@
 #include "logging.h"
 #include "Services/mqttmanagerservices.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 #include <plog/Init.h>
 #include <QHash>
@@ -39,14 +37,6 @@ public:
 } // namespace
 
 namespace Fuzzing {
-
-void require(bool condition, const char* what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "fuzzing: this doesn't hold: %s\n", what);
-    std::abort();
-}
 
 char Input::take()
 {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Records/argtype.h"
+#include "require.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,9 +11,6 @@
 // What the fuzz targets share. Each target is one source file with LLVMFuzzerTestOneInput: it takes its choices from
 // the first bytes of the input, hands the rest to the service's code, and ends the process when something is wrong.
 namespace Fuzzing {
-
-// Ends the process, as a sanitizer does, when `condition` doesn't hold.
-void require(bool condition, const char* what);
 
 // True when JSON text escapes a surrogate. Half a pair as a key may make the service give a document up that the parser
 // takes, which the second reading doesn't know.

@@ -1,6 +1,6 @@
 #include "memoryfile.h"
 
-#include "fuzzing.h"
+#include "require.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
