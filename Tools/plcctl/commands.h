@@ -24,10 +24,11 @@ void addRequestCommands(CLI::App& app, Action& action);
 void addConfigCommands(CLI::App& app, Action& action);
 void addAppCommand(CLI::App& app, Action& action);
 void addCheckCommand(CLI::App& app, Action& action);
+void addLiveCommand(CLI::App& app, Action& action);
 
 // In the order in which the help lists them.
 inline constexpr std::array CommandGroups{
-    addStatusCommand,   addTagCommands,    addJournalCommand, addLinkCommands,         addQueueCommands,
-    addRequestCommands, addConfigCommands, addAppCommand,     addRegistrationsCommand, addCheckCommand};
+    addStatusCommand,  addTagCommands, addJournalCommand,       addLinkCommands, addQueueCommands, addRequestCommands,
+    addConfigCommands, addAppCommand,  addRegistrationsCommand, addCheckCommand, addLiveCommand};
 
 } // namespace plcctl
