@@ -25,10 +25,11 @@ void addConfigCommands(CLI::App& app, Action& action);
 void addAppCommand(CLI::App& app, Action& action);
 void addCheckCommand(CLI::App& app, Action& action);
 void addLiveCommand(CLI::App& app, Action& action);
+void addExplainCommand(CLI::App& app, Action& action);
 
 // In the order in which the help lists them.
 inline constexpr std::array CommandGroups{
     addStatusCommand,  addTagCommands, addJournalCommand,       addLinkCommands, addQueueCommands, addRequestCommands,
-    addConfigCommands, addAppCommand,  addRegistrationsCommand, addCheckCommand, addLiveCommand};
+    addConfigCommands, addAppCommand,  addRegistrationsCommand, addCheckCommand, addLiveCommand,   addExplainCommand};
 
 } // namespace plcctl
