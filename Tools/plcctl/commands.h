@@ -26,10 +26,13 @@ void addAppCommand(CLI::App& app, Action& action);
 void addCheckCommand(CLI::App& app, Action& action);
 void addLiveCommand(CLI::App& app, Action& action);
 void addExplainCommand(CLI::App& app, Action& action);
+void addConvertCommand(CLI::App& app, Action& action);
+void addDiagnoseCommand(CLI::App& app, Action& action);
 
 // In the order in which the help lists them.
 inline constexpr std::array CommandGroups{
-    addStatusCommand,  addTagCommands, addJournalCommand,       addLinkCommands, addQueueCommands, addRequestCommands,
-    addConfigCommands, addAppCommand,  addRegistrationsCommand, addCheckCommand, addLiveCommand,   addExplainCommand};
+    addStatusCommand,   addTagCommands,     addJournalCommand, addLinkCommands,         addQueueCommands,
+    addRequestCommands, addConfigCommands,  addAppCommand,     addRegistrationsCommand, addCheckCommand,
+    addLiveCommand,     addDiagnoseCommand, addConvertCommand, addExplainCommand};
 
 } // namespace plcctl
