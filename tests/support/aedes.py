@@ -1,5 +1,6 @@
 """A second, different broker, for what should not hang on the first one's ways. scripts/bootstrap installs it."""
 
+import json
 import pathlib
 import subprocess
 
@@ -11,15 +12,15 @@ MODULES = DIRECTORY / "node_modules"
 
 
 class Aedes:
-    """Takes clients on `port` once this returns."""
+    """Takes clients on `port` once this returns. Each of `doors` describes a further port, as broker.mjs reads them."""
 
-    def __init__(self, port=1883):
+    def __init__(self, port=1883, doors=()):
         assert MODULES.is_dir(), "run scripts/bootstrap first"
         self.watch_port = port  # senders and listeners need no other one here
         output = pathlib.Path(f"/tmp/aedes-{port}")
         with output.open("wb") as file:
             self._process = subprocess.Popen(
-                ["node", str(DIRECTORY / "broker.mjs"), str(port)],
+                ["node", str(DIRECTORY / "broker.mjs"), str(port), json.dumps(doors)],
                 stdin=subprocess.DEVNULL,
                 stdout=file,
                 stderr=subprocess.STDOUT,
